@@ -1,0 +1,91 @@
+#include "entry/diagnostics.h"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "debug_switch.h"
+#include "host_shim.h"
+#include "log_capture.h"
+
+using scancode_test::LogCapture;
+using scancode_test::ScopedDebugLog;
+
+namespace {
+
+struct SwitchCase {
+    const char* debugOn;   // null: unset
+    const char* userType;  // null: unset
+    bool expected;
+};
+
+class DebugSwitchTest : public ::testing::TestWithParam<SwitchCase> {
+protected:
+    void TearDown() override {
+        ScanHostSetProperty("persist.sys.Quarn.debug.on", nullptr);
+        ScanHostSetProperty("ro.logsystem.usertype", nullptr);
+    }
+};
+
+TEST_P(DebugSwitchTest, ReadsBothProperties) {
+    const SwitchCase& c = GetParam();
+    ScanHostSetProperty("persist.sys.Quarn.debug.on", c.debugOn);
+    ScanHostSetProperty("ro.logsystem.usertype", c.userType);
+    EXPECT_EQ(ReadDebugSwitch(), c.expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Properties, DebugSwitchTest,
+    ::testing::Values(SwitchCase{"1", "3", true}, SwitchCase{"1", "5", true},
+                      SwitchCase{"1", "1", false}, SwitchCase{"1", "35", false},
+                      SwitchCase{"1", nullptr, false}, SwitchCase{"1", "", false},
+                      SwitchCase{"10", "3", false}, SwitchCase{"true", "3", false},
+                      SwitchCase{"0", "3", false}, SwitchCase{nullptr, "5", false},
+                      SwitchCase{"2", "5", false}));
+
+TEST(ElapsedMs, SingleFloatArithmetic) {
+    EXPECT_FLOAT_EQ(ElapsedMs({10, 0}, {11, 500000}), 1500.0f);
+    EXPECT_EQ(ElapsedMs({10, 900000}, {11, 100000}), 200000.0f * 0.001f);
+    EXPECT_EQ(ElapsedMs({5, 5}, {5, 5}), 0.0f);
+    // Only the difference of the seconds is scaled, so epoch-sized marks
+    // keep their microseconds.
+    EXPECT_EQ(ElapsedMs({1700000000, 0}, {1700000001, 500000}), 1500000.0f * 0.001f);
+    char text[32];
+    snprintf(text, sizeof text, "%.2f", static_cast<double>(ElapsedMs({0, 0}, {1, 500000})));
+    EXPECT_STREQ(text, "1500.00");
+}
+
+TEST(LogSyncTime, PrintsOnlyWithTheSwitchOn) {
+    LogCapture logs;
+    timeval start = TimeMark();
+    {
+        ScopedDebugLog off(false);
+        LogSyncTime("step ", start);
+    }
+    EXPECT_TRUE(logs.lines().empty());
+    EXPECT_GE(gSyncTimeEnd.tv_sec, start.tv_sec);  // the end mark is taken regardless
+
+    start.tv_sec -= 1;  // a step that lasted at least one second
+    {
+        ScopedDebugLog on(true);
+        LogSyncTime("step ", start);
+    }
+    ASSERT_EQ(logs.lines().size(), 1u);
+    EXPECT_EQ(logs.lines()[0].prio, 3);
+    EXPECT_TRUE(std::regex_match(logs.lines()[0].text,
+                                 std::regex(R"(SYNC_DDK_TIME , step   : 10\d\d\.\d\dms)")))
+        << logs.lines()[0].text;
+}
+
+TEST(Logging, ErrorAndInfoIgnoreTheSwitch) {
+    LogCapture logs;
+    ScopedDebugLog off(false);
+    LOGE("input handle is null or size invalid.");
+    LOGI("the num of qrcode is %d", 2);
+    LOGD("hidden %d", 1);
+    EXPECT_EQ(logs.lines(), (std::vector<scancode_test::LogLine>{
+                                {6, "input handle is null or size invalid."},
+                                {4, "the num of qrcode is 2"}}));
+}
+
+}  // namespace
