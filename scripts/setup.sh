@@ -2,17 +2,25 @@
 # Installs the Debian 12 packages scancode needs, only those missing.
 #   scripts/setup.sh test   build, tests, benchmarks
 #   scripts/setup.sh run    the command-line tool with the reference adapter
+#   scripts/setup.sh arm64  cross build for Linux aarch64, tests under qemu
 set -euo pipefail
 
 build=(cmake make g++ binutils libopencv-core-dev libopencv-imgproc-dev)
 test=(libgtest-dev libgmock-dev libbenchmark-dev libyuv-dev libqrencode-dev libzxing-dev)
 run=(libopencv-dnn-dev libopencv-imgcodecs-dev libopencv-videoio-dev)
+arm64=(g++-aarch64-linux-gnu qemu-user libopencv-core-dev:arm64 libopencv-imgproc-dev:arm64
+       libgtest-dev:arm64 libgmock-dev:arm64 libyuv-dev:arm64 libqrencode-dev:arm64
+       libzxing-dev:arm64)
 
 want=("${build[@]}")
 for group in "$@"; do
   case "$group" in
     test) want+=("${test[@]}" "${run[@]}") ;;
     run) want+=("${run[@]}") ;;
+    arm64)
+      # arm64 packages install beside the native ones (multiarch).
+      dpkg --print-foreign-architectures | grep -qx arm64 || dpkg --add-architecture arm64
+      want+=("${arm64[@]}") ;;
     *) echo "setup.sh: unknown group '$group'" >&2; exit 2 ;;
   esac
 done
