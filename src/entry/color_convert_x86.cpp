@@ -48,6 +48,24 @@ constexpr ByteShuffle kDeinterleave[3][3] = {
     {DeinterleaveShuffle(0, 2), DeinterleaveShuffle(1, 2), DeinterleaveShuffle(2, 2)},
 };
 
+// Encoder coefficients as signed byte pairs for maddubs: low byte weighs the
+// first byte of each 16-bit lane, high byte the second. Every partial sum
+// stays inside int16 (maddubs saturates): 66R + 62G <= 32640, 25B + 67G <=
+// 23460, and the chroma pairs stay within +-28560. 129G is split as 62G +
+// 67G for that reason.
+constexpr int16_t BytePair(int first, int second) {
+    return static_cast<int16_t>(static_cast<uint16_t>((second & 0xFF) << 8 | (first & 0xFF)));
+}
+constexpr int16_t kLumaRG = BytePair(66, 62), kLumaBG = BytePair(25, 67);
+constexpr int16_t kVRG = BytePair(112, -94), kVB = BytePair(-18, 0);
+constexpr int16_t kURG = BytePair(-38, -74), kUB = BytePair(112, 0);
+// Rounding and offset folded into one unsigned add before the logical shift:
+// (s + 128 + 16 * 256) >> 8 for luma (s + 4224 <= 60324) and
+// (s + 128 + 128 * 256) >> 8 for chroma (s + 32896 in 4336..61456), so the
+// 16-bit sums never wrap and the results need no clamping (16..240).
+constexpr int16_t kLumaBias = 4224;
+constexpr int16_t kChromaBias = static_cast<int16_t>(static_cast<uint16_t>(32896));
+
 inline __m128i Load128(const void* p) {
     return _mm_loadu_si128(static_cast<const __m128i*>(p));
 }
@@ -95,12 +113,12 @@ void NV21ToRGBRow_SSE41(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int g
 
 // One group of 16 pixels a step.
 void BGRToNV21Row_SSE41(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups) {
-    const __m128i zero = _mm_setzero_si128();
     const __m128i low = _mm_set1_epi16(0x00FF);
-    const __m128i round = _mm_set1_epi16(128), lumaOffset = _mm_set1_epi16(16);
-    const __m128i k66 = _mm_set1_epi16(66), k129 = _mm_set1_epi16(129), k25 = _mm_set1_epi16(25);
-    const __m128i k112 = _mm_set1_epi16(112), k94 = _mm_set1_epi16(94), k18 = _mm_set1_epi16(18);
-    const __m128i k38 = _mm_set1_epi16(38), k74 = _mm_set1_epi16(74);
+    const __m128i lumaBias = _mm_set1_epi16(kLumaBias);
+    const __m128i chromaBias = _mm_set1_epi16(kChromaBias);
+    const __m128i lumaRG = _mm_set1_epi16(kLumaRG), lumaBG = _mm_set1_epi16(kLumaBG);
+    const __m128i vRG = _mm_set1_epi16(kVRG), vB = _mm_set1_epi16(kVB);
+    const __m128i uRG = _mm_set1_epi16(kURG), uB = _mm_set1_epi16(kUB);
     for (int g = 0; g < groups; ++g, bgr += 48, y += 16) {
         const __m128i in[3] = {Load128(bgr), Load128(bgr + 16), Load128(bgr + 32)};
         __m128i ch[3];
@@ -110,43 +128,24 @@ void BGRToNV21Row_SSE41(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups)
                                           _mm_shuffle_epi8(in[1], Mask128(kDeinterleave[c][1]))),
                              _mm_shuffle_epi8(in[2], Mask128(kDeinterleave[c][2])));
         }
-        const __m128i& b = ch[0];
-        const __m128i& gr = ch[1];
-        const __m128i& r = ch[2];
-        // Luma in unsigned 16-bit lanes: the sum reaches 56228, past int16
-        // but within uint16, hence the logical shift.
-        auto luma = [&](const __m128i& r16, const __m128i& g16, const __m128i& b16) {
+        const __m128i b = ch[0], gr = ch[1], r = ch[2];
+        auto luma = [&](__m128i rg, __m128i bg) {
             const __m128i sum =
-                _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(r16, k66), _mm_mullo_epi16(g16, k129)),
-                              _mm_add_epi16(_mm_mullo_epi16(b16, k25), round));
-            return _mm_add_epi16(_mm_srli_epi16(sum, 8), lumaOffset);
+                _mm_add_epi16(_mm_maddubs_epi16(rg, lumaRG), _mm_maddubs_epi16(bg, lumaBG));
+            return _mm_srli_epi16(_mm_add_epi16(sum, lumaBias), 8);
         };
-        const __m128i ylo = luma(_mm_unpacklo_epi8(r, zero), _mm_unpacklo_epi8(gr, zero),
-                                 _mm_unpacklo_epi8(b, zero));
-        const __m128i yhi = luma(_mm_unpackhi_epi8(r, zero), _mm_unpackhi_epi8(gr, zero),
-                                 _mm_unpackhi_epi8(b, zero));
+        const __m128i ylo = luma(_mm_unpacklo_epi8(r, gr), _mm_unpacklo_epi8(b, gr));
+        const __m128i yhi = luma(_mm_unpackhi_epi8(r, gr), _mm_unpackhi_epi8(b, gr));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(y), _mm_packus_epi16(ylo, yhi));
         if (vu == nullptr) continue;
-        // The even-column pixels are the low bytes of the 16-bit lanes.
-        const __m128i re = _mm_and_si128(r, low), ge = _mm_and_si128(gr, low),
-                      be = _mm_and_si128(b, low);
-        const __m128i v = _mm_add_epi16(
-            _mm_srai_epi16(_mm_add_epi16(_mm_sub_epi16(_mm_sub_epi16(_mm_mullo_epi16(re, k112),
-                                                                     _mm_mullo_epi16(ge, k94)),
-                                                       _mm_mullo_epi16(be, k18)),
-                                         round),
-                           8),
-            round);
-        const __m128i u = _mm_add_epi16(
-            _mm_srai_epi16(_mm_add_epi16(_mm_sub_epi16(_mm_sub_epi16(_mm_mullo_epi16(be, k112),
-                                                                     _mm_mullo_epi16(re, k38)),
-                                                       _mm_mullo_epi16(ge, k74)),
-                                         round),
-                           8),
-            round);
-        const __m128i packed = _mm_packus_epi16(v, u);  // V0..V7 U0..U7
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(vu),
-                         _mm_unpacklo_epi8(packed, _mm_srli_si128(packed, 8)));
+        // Even-column pixels: (R, G) and (B, 0) byte pairs in 16-bit lanes.
+        const __m128i rg = _mm_or_si128(_mm_and_si128(r, low), _mm_slli_epi16(gr, 8));
+        const __m128i b0 = _mm_and_si128(b, low);
+        const __m128i v = _mm_add_epi16(_mm_maddubs_epi16(rg, vRG), _mm_maddubs_epi16(b0, vB));
+        const __m128i u = _mm_add_epi16(_mm_maddubs_epi16(rg, uRG), _mm_maddubs_epi16(b0, uB));
+        const __m128i v8 = _mm_srli_epi16(_mm_add_epi16(v, chromaBias), 8);
+        const __m128i u8 = _mm_srli_epi16(_mm_add_epi16(u, chromaBias), 8);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(vu), _mm_or_si128(v8, _mm_slli_epi16(u8, 8)));
         vu += 16;
     }
 }
@@ -213,13 +212,12 @@ void NV21ToRGBRow_AVX2(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int gr
 // Two groups (32 pixels) a step, loaded so that each 128-bit lane holds the
 // 48 bytes of one group; an odd last group goes to the SSE4.1 kernel.
 void BGRToNV21Row_AVX2(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups) {
-    const __m256i zero = _mm256_setzero_si256();
     const __m256i low = _mm256_set1_epi16(0x00FF);
-    const __m256i round = _mm256_set1_epi16(128), lumaOffset = _mm256_set1_epi16(16);
-    const __m256i k66 = _mm256_set1_epi16(66), k129 = _mm256_set1_epi16(129);
-    const __m256i k25 = _mm256_set1_epi16(25), k112 = _mm256_set1_epi16(112);
-    const __m256i k94 = _mm256_set1_epi16(94), k18 = _mm256_set1_epi16(18);
-    const __m256i k38 = _mm256_set1_epi16(38), k74 = _mm256_set1_epi16(74);
+    const __m256i lumaBias = _mm256_set1_epi16(kLumaBias);
+    const __m256i chromaBias = _mm256_set1_epi16(kChromaBias);
+    const __m256i lumaRG = _mm256_set1_epi16(kLumaRG), lumaBG = _mm256_set1_epi16(kLumaBG);
+    const __m256i vRG = _mm256_set1_epi16(kVRG), vB = _mm256_set1_epi16(kVB);
+    const __m256i uRG = _mm256_set1_epi16(kURG), uB = _mm256_set1_epi16(kUB);
     for (; groups >= 2; groups -= 2, bgr += 96, y += 32) {
         __m256i in[3];
         for (int part = 0; part < 3; ++part) {
@@ -233,41 +231,25 @@ void BGRToNV21Row_AVX2(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups) 
                                 _mm256_shuffle_epi8(in[1], Mask256(kDeinterleave[c][1]))),
                 _mm256_shuffle_epi8(in[2], Mask256(kDeinterleave[c][2])));
         }
-        const __m256i& b = ch[0];
-        const __m256i& gr = ch[1];
-        const __m256i& r = ch[2];
-        auto luma = [&](const __m256i& r16, const __m256i& g16, const __m256i& b16) {
-            const __m256i sum = _mm256_add_epi16(
-                _mm256_add_epi16(_mm256_mullo_epi16(r16, k66), _mm256_mullo_epi16(g16, k129)),
-                _mm256_add_epi16(_mm256_mullo_epi16(b16, k25), round));
-            return _mm256_add_epi16(_mm256_srli_epi16(sum, 8), lumaOffset);
+        const __m256i b = ch[0], gr = ch[1], r = ch[2];
+        auto luma = [&](__m256i rg, __m256i bg) {
+            const __m256i sum = _mm256_add_epi16(_mm256_maddubs_epi16(rg, lumaRG),
+                                                 _mm256_maddubs_epi16(bg, lumaBG));
+            return _mm256_srli_epi16(_mm256_add_epi16(sum, lumaBias), 8);
         };
-        const __m256i ylo = luma(_mm256_unpacklo_epi8(r, zero), _mm256_unpacklo_epi8(gr, zero),
-                                 _mm256_unpacklo_epi8(b, zero));
-        const __m256i yhi = luma(_mm256_unpackhi_epi8(r, zero), _mm256_unpackhi_epi8(gr, zero),
-                                 _mm256_unpackhi_epi8(b, zero));
+        const __m256i ylo = luma(_mm256_unpacklo_epi8(r, gr), _mm256_unpacklo_epi8(b, gr));
+        const __m256i yhi = luma(_mm256_unpackhi_epi8(r, gr), _mm256_unpackhi_epi8(b, gr));
         Store256(y, _mm256_packus_epi16(ylo, yhi));
         if (vu == nullptr) continue;
-        const __m256i re = _mm256_and_si256(r, low), ge = _mm256_and_si256(gr, low),
-                      be = _mm256_and_si256(b, low);
-        const __m256i v = _mm256_add_epi16(
-            _mm256_srai_epi16(
-                _mm256_add_epi16(_mm256_sub_epi16(_mm256_sub_epi16(_mm256_mullo_epi16(re, k112),
-                                                                   _mm256_mullo_epi16(ge, k94)),
-                                                  _mm256_mullo_epi16(be, k18)),
-                                 round),
-                8),
-            round);
-        const __m256i u = _mm256_add_epi16(
-            _mm256_srai_epi16(
-                _mm256_add_epi16(_mm256_sub_epi16(_mm256_sub_epi16(_mm256_mullo_epi16(be, k112),
-                                                                   _mm256_mullo_epi16(re, k38)),
-                                                  _mm256_mullo_epi16(ge, k74)),
-                                 round),
-                8),
-            round);
-        const __m256i packed = _mm256_packus_epi16(v, u);  // per lane: 8 V then 8 U
-        Store256(vu, _mm256_unpacklo_epi8(packed, _mm256_srli_si256(packed, 8)));
+        const __m256i rg = _mm256_or_si256(_mm256_and_si256(r, low), _mm256_slli_epi16(gr, 8));
+        const __m256i b0 = _mm256_and_si256(b, low);
+        const __m256i v =
+            _mm256_add_epi16(_mm256_maddubs_epi16(rg, vRG), _mm256_maddubs_epi16(b0, vB));
+        const __m256i u =
+            _mm256_add_epi16(_mm256_maddubs_epi16(rg, uRG), _mm256_maddubs_epi16(b0, uB));
+        const __m256i v8 = _mm256_srli_epi16(_mm256_add_epi16(v, chromaBias), 8);
+        const __m256i u8 = _mm256_srli_epi16(_mm256_add_epi16(u, chromaBias), 8);
+        Store256(vu, _mm256_or_si256(v8, _mm256_slli_epi16(u8, 8)));
         vu += 32;
     }
     if (groups > 0) BGRToNV21Row_SSE41(bgr, y, vu, groups);

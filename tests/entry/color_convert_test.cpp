@@ -4,11 +4,19 @@
 
 #include <algorithm>
 #include <array>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "entry/color_convert_row.h"
+
+namespace scancode {
+// Test names and failure messages show the path by name.
+void PrintTo(const ColorConvertPath& path, std::ostream* os) {
+    *os << path.name;
+}
+}  // namespace scancode
 
 namespace {
 
