@@ -180,7 +180,9 @@ TEST(NV21toRGB, PartialGroupsRunOnIntoTheNextRow) {
 
 TEST(BGRtoNV21_NEON, EarlyReturnsWriteNothing) {
     const std::vector<uint8_t> bgr = RandomBytes(32 * 4 * 3, 2);
-    for (auto [w, h] : {std::pair{8, 4}, {15, 4}, {0, 4}, {-16, 4}, {32, 0}, {32, -1}}) {
+    std::vector<std::pair<int, int>> sizes = {{0, 4}, {-16, 4}, {32, 0}, {32, -1}};
+    for (int w = 1; w < 16; ++w) sizes.emplace_back(w, 4);  // no whole group of 16
+    for (auto [w, h] : sizes) {
         std::vector<uint8_t> out(Nv21Size(32, 4), kUntouched);
         BGRtoNV21_NEON(out.data(), cv::Mat(4, 32, CV_8UC3, const_cast<uint8_t*>(bgr.data())), w, h);
         EXPECT_EQ(out, std::vector<uint8_t>(out.size(), kUntouched)) << w << "x" << h;
