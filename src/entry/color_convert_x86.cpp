@@ -1,6 +1,7 @@
-// x86-64 row kernels. The same 16-bit lane arithmetic as the reference:
-// mullo/add/sub wrap modulo 2^16, srai is the arithmetic shift, and packus
-// is exactly the clamp of a signed 16-bit value to 0..255.
+// x86-64 row kernels. The decoder repeats the reference's 16-bit lane
+// arithmetic: mullo/add/sub wrap modulo 2^16, srai is the arithmetic shift,
+// and packus is exactly the clamp of a signed 16-bit value to 0..255. The
+// encoder's sums never leave their range, so it may regroup them freely.
 #include "entry/color_convert_row.h"
 
 #if defined(__SSE4_1__)
@@ -61,8 +62,9 @@ constexpr int16_t kVRG = BytePair(112, -94), kVB = BytePair(-18, 0);
 constexpr int16_t kURG = BytePair(-38, -74), kUB = BytePair(112, 0);
 // Rounding and offset folded into one unsigned add before the logical shift:
 // (s + 128 + 16 * 256) >> 8 for luma (s + 4224 <= 60324) and
-// (s + 128 + 128 * 256) >> 8 for chroma (s + 32896 in 4336..61456), so the
-// 16-bit sums never wrap and the results need no clamping (16..240).
+// (s + 128 + 128 * 256) >> 8 for chroma (s + 32896 in 4336..61456). The
+// biased sums stay below 2^16 as unsigned values and the results within
+// 16..240, so no clamp is needed.
 constexpr int16_t kLumaBias = 4224;
 constexpr int16_t kChromaBias = static_cast<int16_t>(static_cast<uint16_t>(32896));
 
