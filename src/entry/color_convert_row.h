@@ -1,0 +1,98 @@
+// Row kernels behind the NV21 conversions, one plain C reference and the SIMD
+// variants this build compiled, plus the frame walks they share. The kernels
+// of every compiled path are visible here so tests can hold each of them
+// against the reference byte for byte.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace scancode {
+
+// ---- per-pixel arithmetic -------------------------------------------------
+// The decoder works in signed 16-bit lanes: every product and sum wraps
+// modulo 2^16 and shifts are arithmetic. Compilers we build with define the
+// narrowing conversion and >> on negative values as two's complement.
+inline int Wrap16(int v) {
+    return static_cast<int16_t>(static_cast<uint16_t>(v));
+}
+inline uint8_t Clamp255(int v) {
+    return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
+}
+
+// One decoded pixel from luma `y` and the pair's chroma bytes c0 (V) and c1 (U).
+inline void DecodePixel(int y, int c0, int c1, uint8_t* out) {
+    c0 -= 128;
+    c1 -= 128;
+    out[0] = Clamp255(Wrap16(y + (Wrap16(455 * c0) >> 8)));
+    out[1] = Clamp255(Wrap16(y - (Wrap16(88 * c0 + 184 * c1) >> 8)));
+    out[2] = Clamp255(Wrap16(y + (Wrap16(360 * c1) >> 8)));
+}
+
+// BT.601 limited-range luma; the sum stays below 2^16 and below 255 after the
+// offset, so neither the unsigned lanes nor the saturation ever bite.
+inline int EncodeLuma(int r, int g, int b) {
+    return ((66 * r + 129 * g + 25 * b + 128) >> 8) + 16;
+}
+inline int EncodeV(int r, int g, int b) {
+    return ((112 * r - 94 * g - 18 * b + 128) >> 8) + 128;
+}
+inline int EncodeU(int r, int g, int b) {
+    return ((-38 * r - 74 * g + 112 * b + 128) >> 8) + 128;
+}
+
+// ---- row kernels ------------------------------------------------------------
+// Decoder row: `groups` groups of 8 pixels. Luma from `y` (8 bytes a group),
+// chroma from `vu` (4 pairs a group, pair k serving pixels 2k and 2k + 1),
+// 24 interleaved bytes a group to `dst`.
+using NV21ToRGBRowFn = void (*)(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int groups);
+// Encoder row: `groups` groups of 16 pixels read from `bgr` (48 bytes a group,
+// channel 0 = B), 16 luma bytes a group to `y`; unless `vu` is null, 8 V,U
+// pairs a group taken from the even-column pixels.
+using BGRToNV21RowFn = void (*)(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups);
+
+void NV21ToRGBRow_C(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int groups);
+void BGRToNV21Row_C(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups);
+#if defined(__SSE4_1__)
+void NV21ToRGBRow_SSE41(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int groups);
+void BGRToNV21Row_SSE41(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups);
+#endif
+#if defined(__AVX2__)
+void NV21ToRGBRow_AVX2(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int groups);
+void BGRToNV21Row_AVX2(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups);
+#endif
+#if defined(__ARM_NEON)
+void NV21ToRGBRow_NEON(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int groups);
+void BGRToNV21Row_NEON(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups);
+#endif
+
+struct ColorConvertPath {
+    const char* name;
+    NV21ToRGBRowFn decodeRow;
+    BGRToNV21RowFn encodeRow;
+};
+
+// Every path of this build, the reference first and the one in use last.
+inline constexpr ColorConvertPath kColorConvertPaths[] = {
+    {"C", NV21ToRGBRow_C, BGRToNV21Row_C},
+#if defined(__SSE4_1__)
+    {"SSE41", NV21ToRGBRow_SSE41, BGRToNV21Row_SSE41},
+#endif
+#if defined(__AVX2__)
+    {"AVX2", NV21ToRGBRow_AVX2, BGRToNV21Row_AVX2},
+#endif
+#if defined(__ARM_NEON)
+    {"NEON", NV21ToRGBRow_NEON, BGRToNV21Row_NEON},
+#endif
+};
+inline constexpr const ColorConvertPath& kColorConvertInUse =
+    kColorConvertPaths[sizeof kColorConvertPaths / sizeof kColorConvertPaths[0] - 1];
+
+// ---- frame walks ------------------------------------------------------------
+// The whole-frame behaviour of NV21toRGB_NEON and BGRtoNV21_NEON with the
+// given row kernel: early returns, chroma row stepping, running pointers.
+const uint8_t* NV21ToRGBFrame(NV21ToRGBRowFn row, const uint8_t* src, uint8_t* dst, int width,
+                              int height);
+void BGRToNV21Frame(BGRToNV21RowFn row, uint8_t* dst, const uint8_t* src, int width, int height);
+
+}  // namespace scancode

@@ -1,0 +1,336 @@
+#include "entry/color_convert.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <ostream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "entry/color_convert_row.h"
+
+namespace scancode {
+// Test names and failure messages show the path by name.
+void PrintTo(const ColorConvertPath& path, std::ostream* os) {
+    *os << path.name;
+}
+}  // namespace scancode
+
+namespace {
+
+using scancode::ColorConvertPath;
+using scancode::kColorConvertPaths;
+
+constexpr uint8_t kUntouched = 0xA5;
+
+std::vector<uint8_t> RandomBytes(size_t n, uint32_t seed) {
+    std::mt19937 rng(seed);
+    std::vector<uint8_t> v(n);
+    for (auto& b : v) b = static_cast<uint8_t>(rng());
+    return v;
+}
+
+size_t Nv21Size(int width, int height) {
+    return static_cast<size_t>(width) * height + static_cast<size_t>(width) * ((height + 1) / 2);
+}
+
+// An NV21 frame whose every pixel has luma y and every pair (c0, c1).
+std::vector<uint8_t> FlatNv21(int width, int height, uint8_t y, uint8_t c0, uint8_t c1) {
+    std::vector<uint8_t> f(Nv21Size(width, height), y);
+    for (size_t i = static_cast<size_t>(width) * height; i + 1 < f.size(); i += 2) {
+        f[i] = c0;
+        f[i + 1] = c1;
+    }
+    return f;
+}
+
+std::vector<uint8_t> Decode(const std::vector<uint8_t>& nv21, int width, int height) {
+    std::vector<uint8_t> out(static_cast<size_t>(width) * height * 3, kUntouched);
+    NV21toRGB_NEON(nv21.data(), out.data(), width, height);
+    return out;
+}
+
+std::vector<uint8_t> EncodeWith(void (*encode)(uint8_t*, cv::Mat, int, int),
+                                std::vector<uint8_t> bgr, int width, int height) {
+    std::vector<uint8_t> out(Nv21Size(width, height), kUntouched);
+    encode(out.data(), cv::Mat(height, width, CV_8UC3, bgr.data()), width, height);
+    return out;
+}
+
+std::string PathName(const ::testing::TestParamInfo<ColorConvertPath>& info) {
+    return info.param.name;
+}
+
+// ---- worked values ----------------------------------------------------------
+
+struct DecodeCase {
+    uint8_t y, c0, c1;
+    std::array<uint8_t, 3> expected;
+};
+
+class DecodeValues : public ::testing::TestWithParam<DecodeCase> {};
+
+TEST_P(DecodeValues, EveryPixelOfAFlatFrame) {
+    const DecodeCase& c = GetParam();
+    const std::vector<uint8_t> out = Decode(FlatNv21(16, 4, c.y, c.c0, c.c1), 16, 4);
+    for (size_t i = 0; i < out.size(); i += 3) {
+        ASSERT_EQ((std::array<uint8_t, 3>{out[i], out[i + 1], out[i + 2]}), c.expected)
+            << "pixel " << i / 3;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Arithmetic, DecodeValues,
+    ::testing::Values(
+        // Grey stays grey: full range, no 16 offset, no scaling.
+        DecodeCase{0, 128, 128, {0, 0, 0}}, DecodeCase{16, 128, 128, {16, 16, 16}},
+        DecodeCase{128, 128, 128, {128, 128, 128}}, DecodeCase{255, 128, 128, {255, 255, 255}},
+        // The first chroma byte drives channel 0 and saturates it.
+        DecodeCase{128, 200, 128, {255, 104, 128}},
+        // 455 x 73 leaves int16: channel 0 jumps to the other end.
+        DecodeCase{100, 201, 128, {0, 75, 100}},
+        // The second chroma byte drives channel 2.
+        DecodeCase{128, 128, 200, {128, 77, 229}},
+        // 360 x 92 wraps as well; so does the green sum at both extremes.
+        DecodeCase{128, 128, 220, {128, 62, 1}}, DecodeCase{0, 255, 255, {0, 122, 0}},
+        DecodeCase{255, 0, 0, {255, 135, 255}}));
+
+struct EncodeCase {
+    std::array<uint8_t, 3> bgr;
+    uint8_t y, v, u;
+};
+
+class EncodeValues : public ::testing::TestWithParam<EncodeCase> {};
+
+TEST_P(EncodeValues, VectorAndScalarAgreeOnAFlatFrame) {
+    const EncodeCase& c = GetParam();
+    constexpr int kW = 16, kH = 2;
+    std::vector<uint8_t> bgr(kW * kH * 3), rgb(kW * kH * 3);
+    for (size_t i = 0; i < bgr.size(); i += 3) {
+        std::copy(c.bgr.begin(), c.bgr.end(), bgr.begin() + i);
+        std::copy(c.bgr.rbegin(), c.bgr.rend(), rgb.begin() + i);  // the scalar form reads R first
+    }
+    std::vector<uint8_t> expected(Nv21Size(kW, kH), c.y);
+    for (size_t i = kW * kH; i < expected.size(); i += 2) {
+        expected[i] = c.v;
+        expected[i + 1] = c.u;
+    }
+    EXPECT_EQ(EncodeWith(BGRtoNV21_NEON, bgr, kW, kH), expected);
+    EXPECT_EQ(EncodeWith(BGRtoNV21, rgb, kW, kH), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Arithmetic, EncodeValues,
+                         ::testing::Values(EncodeCase{{255, 104, 128}, 126, 128, 191},
+                                           // Limited range: black and white land on 16 and 235,
+                                           // the chroma extremes on 16 and 240.
+                                           EncodeCase{{0, 0, 0}, 16, 128, 128},
+                                           EncodeCase{{255, 255, 255}, 235, 128, 128},
+                                           EncodeCase{{0, 0, 255}, 82, 240, 90},
+                                           EncodeCase{{255, 255, 0}, 169, 16, 166},
+                                           EncodeCase{{255, 0, 0}, 41, 110, 240},
+                                           EncodeCase{{0, 255, 255}, 210, 146, 16}));
+
+TEST(ColorRoundTrip, NarrowsLuma) {
+    // Decoding is full range, encoding limited range: they are not inverses.
+    constexpr int kW = 16, kH = 2;
+    for (auto [in, out] : {std::pair<uint8_t, uint8_t>{16, 30}, {128, 126}, {235, 218}}) {
+        std::vector<uint8_t> nv21 =
+            EncodeWith(BGRtoNV21_NEON, Decode(FlatNv21(kW, kH, in, 128, 128), kW, kH), kW, kH);
+        EXPECT_EQ(nv21, FlatNv21(kW, kH, out, 128, 128)) << int(in);
+    }
+}
+
+// ---- frame walks ------------------------------------------------------------
+
+TEST(NV21toRGB, EarlyReturnsWriteNothing) {
+    const std::vector<uint8_t> nv21 = RandomBytes(Nv21Size(16, 4), 1);
+    for (auto [w, h] : {std::pair{4, 4}, {7, 4}, {0, 4}, {-8, 4}, {16, 0}, {16, -2}}) {
+        std::vector<uint8_t> out(16 * 4 * 3, kUntouched);
+        EXPECT_EQ(NV21toRGB_NEON(nv21.data(), out.data(), w, h), nv21.data());
+        EXPECT_EQ(out, std::vector<uint8_t>(out.size(), kUntouched)) << w << "x" << h;
+    }
+}
+
+TEST(NV21toRGB, OddHeightReadsTheLastChromaRow) {
+    constexpr int kW = 8, kH = 3;
+    std::vector<uint8_t> nv21 = FlatNv21(kW, kH, 128, 128, 128);
+    nv21[kW * kH + kW] = 200;  // chroma row 1, first pair: rows 2 only
+    const std::vector<uint8_t> out = Decode(nv21, kW, kH);
+    const uint8_t* lastRow = out.data() + 2 * kW * 3;
+    EXPECT_EQ((std::array<uint8_t, 6>{lastRow[0], lastRow[1], lastRow[2], lastRow[3], lastRow[4],
+                                      lastRow[5]}),
+              (std::array<uint8_t, 6>{255, 104, 128, 255, 104, 128}));
+    EXPECT_EQ(std::count(out.begin(), out.begin() + 2 * kW * 3, 128), 2 * kW * 3);
+}
+
+TEST(NV21toRGB, PartialGroupsRunOnIntoTheNextRow) {
+    // Width 12: one group a row, so row 1 starts at luma byte 8 and the
+    // output of all three rows is packed into the first 3 x 24 bytes.
+    constexpr int kW = 12, kH = 3;
+    std::vector<uint8_t> nv21 = FlatNv21(kW, kH, 0, 128, 128);
+    for (int i = 0; i < kW * kH; ++i) nv21[i] = static_cast<uint8_t>(i);
+    const std::vector<uint8_t> out = Decode(nv21, kW, kH);
+    EXPECT_EQ(NV21toRGB_NEON(nv21.data(), std::vector<uint8_t>(out.size()).data(), kW, kH),
+              nv21.data() + 24);
+    for (int p = 0; p < 24; ++p) EXPECT_EQ(out[3 * p + 1], p) << "pixel " << p;
+    EXPECT_EQ(std::count(out.begin() + 72, out.end(), kUntouched), kW * kH * 3 - 72);
+}
+
+TEST(BGRtoNV21_NEON, EarlyReturnsWriteNothing) {
+    const std::vector<uint8_t> bgr = RandomBytes(32 * 4 * 3, 2);
+    std::vector<std::pair<int, int>> sizes = {{0, 4}, {-16, 4}, {32, 0}, {32, -1}};
+    for (int w = 1; w < 16; ++w) sizes.emplace_back(w, 4);  // no whole group of 16
+    for (auto [w, h] : sizes) {
+        std::vector<uint8_t> out(Nv21Size(32, 4), kUntouched);
+        BGRtoNV21_NEON(out.data(), cv::Mat(4, 32, CV_8UC3, const_cast<uint8_t*>(bgr.data())), w, h);
+        EXPECT_EQ(out, std::vector<uint8_t>(out.size(), kUntouched)) << w << "x" << h;
+    }
+}
+
+TEST(BGRtoNV21_NEON, ChromaFromEvenColumnsOfEvenRowsOnly) {
+    constexpr int kW = 16, kH = 3;
+    std::vector<uint8_t> bgr(kW * kH * 3);
+    for (int p = 0; p < kW * kH; ++p) {
+        const bool givesChroma = (p / kW) % 2 == 0 && p % 2 == 0;
+        const std::array<uint8_t, 3> px =
+            givesChroma ? std::array<uint8_t, 3>{255, 104, 128} : std::array<uint8_t, 3>{0, 0, 0};
+        std::copy(px.begin(), px.end(), bgr.begin() + 3 * p);
+    }
+    const std::vector<uint8_t> out = EncodeWith(BGRtoNV21_NEON, bgr, kW, kH);
+    // The odd last row still writes its chroma row.
+    for (int i = kW * kH; i < kW * kH + 2 * kW; i += 2) {
+        EXPECT_EQ(out[i], 128);
+        EXPECT_EQ(out[i + 1], 191);
+    }
+}
+
+TEST(BGRtoNV21, OddIndexPixelsGiveChromaInReverseChannelOrder) {
+    constexpr int kW = 5, kH = 3;
+    std::vector<uint8_t> rgb(kW * kH * 3, 0);
+    // Channel 0 is red here. Column 1 of row 2 gives (R, G, B) = (128, 104, 255).
+    rgb[3 * (2 * kW + 1) + 0] = 128;
+    rgb[3 * (2 * kW + 1) + 1] = 104;
+    rgb[3 * (2 * kW + 1) + 2] = 255;
+    const std::vector<uint8_t> out = EncodeWith(BGRtoNV21, rgb, kW, kH);
+    std::vector<uint8_t> expected(Nv21Size(kW, kH), kUntouched);
+    std::fill(expected.begin(), expected.begin() + kW * kH, 16);
+    expected[2 * kW + 1] = 126;
+    // Two pairs a chroma row (columns 1 and 3), rows 0 and 2.
+    const std::array<uint8_t, 8> chroma = {128, 128, 128, 128, 128, 191, 128, 128};
+    std::copy(chroma.begin(), chroma.end(), expected.begin() + kW * kH);
+    EXPECT_EQ(out, expected);
+}
+
+TEST(BGRtoNV21, EarlyReturnsWriteNothing) {
+    const std::vector<uint8_t> rgb = RandomBytes(8 * 2 * 3, 3);
+    for (auto [w, h] : {std::pair{0, 2}, {-1, 2}, {8, 0}, {8, -3}}) {
+        std::vector<uint8_t> out(Nv21Size(8, 2), kUntouched);
+        BGRtoNV21(out.data(), cv::Mat(2, 8, CV_8UC3, const_cast<uint8_t*>(rgb.data())), w, h);
+        EXPECT_EQ(out, std::vector<uint8_t>(out.size(), kUntouched)) << w << "x" << h;
+    }
+}
+
+// ---- every compiled path against the reference ------------------------------
+
+class PathTest : public ::testing::TestWithParam<ColorConvertPath> {
+  protected:
+    const ColorConvertPath& ref() const { return kColorConvertPaths[0]; }
+};
+
+TEST_P(PathTest, DecoderMatchesReferenceForEveryPixelValue) {
+    // 64 frames of 2048 x 128. Pair p of a frame carries (C0, C1) =
+    // (p >> 8, p & 255); its four pixels carry luma 4f .. 4f + 3 in frame f,
+    // so all 2^24 (Y, C0, C1) triples pass through.
+    constexpr int kW = 2048, kH = 128;
+    std::vector<uint8_t> nv21(Nv21Size(kW, kH));
+    for (int p = 0; p < kW / 2 * kH / 2; ++p) {
+        nv21[kW * kH + 2 * p] = static_cast<uint8_t>(p >> 8);
+        nv21[kW * kH + 2 * p + 1] = static_cast<uint8_t>(p);
+    }
+    std::vector<uint8_t> want(kW * kH * 3), got(kW * kH * 3);
+    for (int f = 0; f < 64; ++f) {
+        for (int r = 0; r < kH; ++r) {
+            for (int x = 0; x < kW; ++x)
+                nv21[r * kW + x] = static_cast<uint8_t>(4 * f + (r % 2) * 2 + x % 2);
+        }
+        scancode::NV21ToRGBFrame(ref().decodeRow, nv21.data(), want.data(), kW, kH);
+        scancode::NV21ToRGBFrame(GetParam().decodeRow, nv21.data(), got.data(), kW, kH);
+        ASSERT_EQ(got, want) << "frame " << f;
+    }
+}
+
+TEST_P(PathTest, EncoderMatchesReferenceForEveryPixelValue) {
+    // Frames of 4096 x 16 whose chroma-giving pixels (even columns of even
+    // rows) and their neighbours carry consecutive 24-bit values.
+    constexpr int kW = 4096, kH = 16, kPerFrame = kW / 2 * kH / 2;
+    std::vector<uint8_t> bgr(kW * kH * 3), want(Nv21Size(kW, kH)), got(want.size());
+    for (int f = 0; f < (1 << 24) / kPerFrame; ++f) {
+        for (int r = 0; r < kH; ++r) {
+            for (int x = 0; x < kW; ++x) {
+                const uint32_t v = f * kPerFrame + (r / 2) * (kW / 2) + x / 2;
+                uint8_t* px = &bgr[3 * (r * kW + x)];
+                px[0] = static_cast<uint8_t>(v);
+                px[1] = static_cast<uint8_t>(v >> 8);
+                px[2] = static_cast<uint8_t>(v >> 16 ^ (r % 2) * 0x5A);
+            }
+        }
+        scancode::BGRToNV21Frame(ref().encodeRow, want.data(), bgr.data(), kW, kH);
+        scancode::BGRToNV21Frame(GetParam().encodeRow, got.data(), bgr.data(), kW, kH);
+        ASSERT_EQ(got, want) << "frame " << f;
+    }
+}
+
+// Random frames, including widths that are not a multiple of the group size
+// (rows run on) and odd heights; output buffers carry guard bytes so writes
+// past the described extent show up.
+TEST_P(PathTest, RandomFramesMatchReference) {
+    constexpr size_t kGuard = 64;
+    const std::pair<int, int> sizes[] = {{8, 1},    {16, 2},  {24, 7},   {37, 5},    {100, 3},
+                                         {17, 9},   {63, 4},  {130, 11}, {640, 481}, {1920, 1080},
+                                         {4000, 3}, {31, 17}, {8, 2},    {48, 1}};
+    uint32_t seed = 10;
+    for (auto [w, h] : sizes) {
+        SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
+        const std::vector<uint8_t> nv21 = RandomBytes(Nv21Size(w, h), seed++);
+        std::vector<uint8_t> want(static_cast<size_t>(w) * h * 3 + kGuard, kUntouched), got = want;
+        const uint8_t* endRef =
+            scancode::NV21ToRGBFrame(ref().decodeRow, nv21.data(), want.data(), w, h);
+        const uint8_t* end =
+            scancode::NV21ToRGBFrame(GetParam().decodeRow, nv21.data(), got.data(), w, h);
+        EXPECT_EQ(end, endRef);
+        EXPECT_EQ(got, want);
+        const size_t decoded = static_cast<size_t>(h) * (w / 8) * 24;
+        EXPECT_EQ(std::count(got.begin() + decoded, got.end(), kUntouched),
+                  got.end() - got.begin() - decoded);
+
+        const std::vector<uint8_t> bgr = RandomBytes(static_cast<size_t>(w) * h * 3, seed++);
+        std::vector<uint8_t> encWant(Nv21Size(w, h) + kGuard, kUntouched), encGot = encWant;
+        scancode::BGRToNV21Frame(ref().encodeRow, encWant.data(), bgr.data(), w, h);
+        scancode::BGRToNV21Frame(GetParam().encodeRow, encGot.data(), bgr.data(), w, h);
+        EXPECT_EQ(encGot, encWant);
+        const size_t luma = static_cast<size_t>(h) * (w / 16) * 16;
+        const size_t chroma = static_cast<size_t>((h + 1) / 2) * (w / 16) * 16;
+        const size_t plane = static_cast<size_t>(w) * h;
+        EXPECT_EQ(std::count(encGot.begin() + luma, encGot.begin() + plane, kUntouched),
+                  plane - luma);
+        EXPECT_EQ(std::count(encGot.begin() + plane + chroma, encGot.end(), kUntouched),
+                  encGot.end() - encGot.begin() - plane - chroma);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Compiled, PathTest, ::testing::ValuesIn(kColorConvertPaths), PathName);
+
+TEST(ColorConvertPaths, PublicFunctionsUseTheLastPath) {
+    constexpr int kW = 40, kH = 5;
+    const std::vector<uint8_t> nv21 = RandomBytes(Nv21Size(kW, kH), 99);
+    std::vector<uint8_t> viaPath(kW * kH * 3, kUntouched);
+    scancode::NV21ToRGBFrame(scancode::kColorConvertInUse.decodeRow, nv21.data(), viaPath.data(),
+                             kW, kH);
+    EXPECT_EQ(Decode(nv21, kW, kH), viaPath);
+    EXPECT_STREQ(scancode::kColorConvertInUse.name,
+                 kColorConvertPaths[std::size(kColorConvertPaths) - 1].name);
+}
+
+}  // namespace
