@@ -58,13 +58,23 @@ inline bool AllZero(const std::string& bytes, size_t from, size_t to) {
 }
 
 // Every adapter test starts from a clean script and the DSP path unset.
+// Adapter objects outlive a test only where the runtime abandons them on
+// purpose, so counts are taken relative to the start of the test.
 class ScriptedAdapterTest : public ::testing::Test {
   protected:
     void SetUp() override {
         ScriptedAdapterReset();
         unsetenv("ADSP_LIBRARY_PATH");
+        managersAtStart_ = ScriptedAdapterLiveManagers();
+        tensorsAtStart_ = ScriptedAdapterLiveTensors();
     }
     void TearDown() override { ScriptedAdapterReset(); }
+
+    int NewManagers() const { return ScriptedAdapterLiveManagers() - managersAtStart_; }
+    int NewTensors() const { return ScriptedAdapterLiveTensors() - tensorsAtStart_; }
+
+    int managersAtStart_ = 0;
+    int tensorsAtStart_ = 0;
 };
 
 }  // namespace scancode_test
