@@ -4,8 +4,6 @@
 
 #include "inference/npu_network.h"
 
-class Network;
-
 class CodeDetectbase {
   public:
     virtual ~CodeDetectbase() = default;

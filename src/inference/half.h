@@ -7,6 +7,7 @@
 struct half {
     uint16_t bits;
 };
+static_assert(sizeof(half) == 2, "half is stored as 16 bits");
 
 // Exact; a NaN stays a NaN with its payload, made quiet as processors do.
 float HalfToFloat(half h);
