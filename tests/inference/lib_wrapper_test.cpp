@@ -11,20 +11,12 @@
 
 #include "inference/npu_model_loader.h"
 #include "log_capture.h"
-#include "platform/fixed_paths.h"
 
 using scancode_test::LogCapture;
 
 namespace {
 
 constexpr const char* kSystemLib = "libm.so.6";
-
-TEST(LibWrapper, StartsClosedOnTheFixedPath) {
-    zt::LibWrapper wrapper;
-    EXPECT_EQ(wrapper.mHandle, nullptr);
-    EXPECT_STREQ(wrapper.mLibName, kAdapterLibraryPath);
-    EXPECT_TRUE(wrapper.mFuncMap.empty());
-}
 
 TEST(LibWrapper, OpensOnceAndCachesHitsAndMisses) {
     zt::LibWrapper wrapper;
