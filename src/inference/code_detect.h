@@ -2,10 +2,10 @@
 // output maps (51150 floats) out.
 #pragma once
 
-class Network;
+#include "inference/npu_network.h"
 
 class CodeDetectbase {
-public:
+  public:
     virtual ~CodeDetectbase() = default;
     virtual int Init();
     virtual int CodeDetect(float* in, float* out, int n);
@@ -18,8 +18,33 @@ public:
     int DoCodeDetect(Network& net, float* in, float* out, int n);
 };
 
+// The detector on the NPU network. Loads lazily on the first CodeDetect when
+// LoadModel was not called.
+class CodeDetectNpu : public CodeDetectbase {
+  public:
+    CodeDetectNpu();
+    // Destroys the network without unloading it.
+    ~CodeDetectNpu() override = default;
+
+    int Init() override;
+    int CodeDetect(float* in, float* out, int n) override;
+    using CodeDetectbase::CodeDetect;  // the 8-bit overload keeps failing
+    bool GetLoadFlag() override;
+    int LoadModel() override;
+    int UnloadModel() override;
+
+    NpuNetwork network;
+};
+
 // A new CodeDetectNpu; the caller owns it.
 CodeDetectbase* GetCodeDetect();
 
 // Floats in the detector's output: five maps of 6 values per cell.
 constexpr int kCodeDetectOutputFloats = 51150;
+// Bytes of the detector's input: 640 x 640 x 3 floats.
+constexpr int kCodeDetectInputBytes = 640 * 640 * 3 * 4;
+
+// Dequantization of output i: (q + kCodeDetectZeroPoints[i]) x kCodeDetectScales[i].
+// These are the output quantization parameters of the model file.
+extern const int kCodeDetectZeroPoints[5];
+extern const float kCodeDetectScales[5];

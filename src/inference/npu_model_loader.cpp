@@ -1,0 +1,219 @@
+#include "inference/npu_model_loader.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <new>
+#include <vector>
+
+#include "platform/fixed_paths.h"
+#include "platform/log.h"
+
+namespace {
+
+constexpr const char* kDspPathVariable = "ADSP_LIBRARY_PATH";
+constexpr const char* kDspPath = "/vendor/lib64/rfsa";
+constexpr size_t kDspPathCompareLimit = 128;
+constexpr const char* kCodeDetectModelName = "codeDetect";
+
+// Points the DSP loader at the platform's skeleton libraries; false when the
+// variable cannot be set.
+bool SetDspSearchPath() {
+    const char* current = getenv(kDspPathVariable);
+    if (current != nullptr && strncmp(current, kDspPath, kDspPathCompareLimit) == 0) {
+        LOGI("%s: %s is already set to %s\n", "SetEnv", kDspPathVariable, kDspPath);
+        return true;
+    }
+    if (setenv(kDspPathVariable, kDspPath, 1) != 0) {
+        LOGE("%s: %s is set to %s failed\n", "SetEnv", kDspPathVariable, kDspPath);
+        return false;
+    }
+    LOGI("%s: %s is set to %s\n", "SetEnv", kDspPathVariable, kDspPath);
+    return true;
+}
+
+// A wrapper whose model manager could not be created is never handed to a
+// network and is not deleted either, so the adapter library it may have
+// opened stays loaded, as the platform has always behaved. Keeping it here
+// makes that deliberate rather than a lost pointer.
+void KeepStrandedWrapper(zt::LibWrapper* wrapper) {
+    static std::mutex guard;
+    static std::vector<zt::LibWrapper*>* stranded = new std::vector<zt::LibWrapper*>();
+    std::lock_guard<std::mutex> lock(guard);
+    stranded->push_back(wrapper);
+}
+
+}  // namespace
+
+const char* ModelTypeName(ModelType type) {
+    const size_t index = static_cast<size_t>(type);
+    return index < gModelTypeNames.size() ? gModelTypeNames[index].c_str() : "";
+}
+
+uint64_t GetFileLength(char const* path) {
+    if (path == nullptr) {
+        return 0;
+    }
+    FILE* file = fopen(path, "rb");
+    if (file == nullptr) {
+        printf("open file %s failed\n", path);
+        return 0;
+    }
+    fseek(file, 0, SEEK_END);
+    const long length = ftell(file);
+    fclose(file);
+    return length > 0 ? static_cast<uint64_t>(length) : 0;
+}
+
+int ReadFile(char const* path, void* buffer, int size) {
+    if (path == nullptr || buffer == nullptr || size < 1) {
+        printf("invalid file name: %p buf: %p size: %d\n", static_cast<const void*>(path), buffer,
+               size);
+        return -1;
+    }
+    FILE* file = fopen(path, "rb");
+    if (file == nullptr) {
+        printf("open file %s failed\n", path);
+        return -1;
+    }
+    auto* bytes = static_cast<unsigned char*>(buffer);
+    size_t total = 0;
+    const size_t want = static_cast<size_t>(size);
+    // Loops until `size` bytes are in: a file that is shorter than its
+    // measured length keeps it reading and reporting.
+    for (;;) {
+        total += fread(bytes + total, 1, want - total, file);
+        if (total == want) {
+            break;
+        }
+        printf("Error: read %lu, but want to read: %d\n", static_cast<unsigned long>(total), size);
+        const long position = ftell(file);
+        if (position != static_cast<long>(total)) {
+            printf("Error: read: %zu pos: %zu", total, static_cast<size_t>(position));
+        }
+    }
+    printf("read %s success!\n", path);
+    fclose(file);
+    return 0;
+}
+
+int LoadNpuModel(NpuNetwork& net) {
+    std::lock_guard<NetLock> lock(net.netLock);
+    LOGI("load npu model in");
+    const ModelType type = net.GetModelType();
+    LOGI("modelType:%d", static_cast<int>(type));
+    if (net.GetLoadFlag()) {
+        LOGD("Already loaded: %s", ModelTypeName(type));
+        net.loadCount.fetch_add(1);
+        return 0;
+    }
+    LOGD("ready to load %s model", ModelTypeName(type));
+
+    if (!SetDspSearchPath()) {
+        LOGE("%s: failed to ADSP_LIBRARY_PATH\n", "LoadNpuModel");
+        return -1;
+    }
+
+    // The library itself is opened by the first function lookup.
+    auto* wrapper = new (std::nothrow) zt::LibWrapper();
+    if (wrapper == nullptr) {
+        LOGE("%s() Load libZtNNAdapter failed", "LoadNpuModel");
+        return -1;
+    }
+    LOGD("%s() libZtNNAdapter successful loaded: %p", "LoadNpuModel", static_cast<void*>(wrapper));
+
+    NNModelManagerConfig managerConfig = {};
+    managerConfig.fixed32 = 1;
+    managerConfig.fixed40 = 1;
+    auto createManager = ResolveAdapterFunction<NNModelManagerCreateWithConfigFn>(
+        wrapper, "NNModelManagerCreateWithConfig");
+    NNModelManager* manager = createManager != nullptr ? createManager(&managerConfig) : nullptr;
+    LOGD("%s() create ModelManager, mAiModelManager=%p", "LoadNpuModel",
+         static_cast<void*>(manager));
+    if (manager == nullptr) {
+        LOGE("mAiModelManager == nullptr\n");
+        KeepStrandedWrapper(wrapper);
+        return -1;
+    }
+
+    const char* modelName = type == CODE_DETECT ? kCodeDetectModelName : "";
+    if (!net.Init(wrapper, modelName, type, manager)) {
+        LOGE("init detect_quantized model fail!");
+        auto destroy =
+            ResolveAdapterFunction<NNModelManagerDestroyFn>(wrapper, "NNModelManagerDestroy");
+        if (destroy != nullptr) {
+            destroy(manager);
+        }
+        delete wrapper;
+        // The network keeps its raised flag and the stale pointers.
+        return -1;
+    }
+
+    const int inputNum = net.GetInputLayers();
+    LOGI("inputNum is %d", inputNum);
+    const int outputNum = net.GetOutputLayers();
+    LOGI("outputNum is %d", outputNum);
+    std::vector<int> inputShapes(4 * static_cast<size_t>(inputNum));
+    std::vector<int> outputShapes(4 * static_cast<size_t>(outputNum));
+    net.GetInputOutputShape(inputShapes.data(), outputShapes.data(), inputNum, outputNum);
+
+    // One descriptor record each for inputs and outputs, shared by every
+    // entry of its array: the adapter only ever sees the last tensor's values.
+    NNTensorConfig* inputDescs[kMaxInputs] = {};
+    NNTensorConfig* outputDescs[kMaxOutputs] = {};
+    NNTensorConfig inputDesc = {};
+    NNTensorConfig outputDesc = {};
+    const char* modelPath = "";
+    if (type == CODE_DETECT) {
+        for (int i = 0; i < inputNum; ++i) {
+            inputDesc = MakeTensorConfig(&inputShapes[4 * i], kInputTensorName, i);
+            inputDescs[i] = &inputDesc;
+        }
+        for (int i = 0; i < outputNum; ++i) {
+            outputDesc = MakeTensorConfig(&outputShapes[4 * i], kOutputTensorNames[i], i);
+            outputDescs[i] = &outputDesc;
+        }
+        modelPath = kModelFilePath;
+        LOGI("modelPath is %s", modelPath);
+    }
+
+    // A missing or unreadable file gives an empty buffer; the adapter's load
+    // status reports it.
+    const int32_t modelSize = static_cast<int32_t>(GetFileLength(modelPath));
+    auto* modelData = new char[modelSize > 0 ? modelSize : 0];
+    ReadFile(modelPath, modelData, modelSize);
+
+    NNModelDescriptor descriptor = {};
+    descriptor.name = modelName;
+    descriptor.data = modelData;
+    descriptor.size = modelSize;
+    descriptor.magic = kModelDescriptorMagic;
+    descriptor.fixed28 = 1;
+    descriptor.fixed32 = 2;
+    descriptor.fixed36 = 0;
+    descriptor.inputCount = 1;
+    descriptor.outputCount = outputNum;
+    descriptor.inputs = inputDescs;
+    descriptor.outputs = outputDescs;
+
+    const timeval start = TimeMark();
+    auto loadModel =
+        ResolveAdapterFunction<NNModelLoadFromBufferFn>(wrapper, "NNModelLoadFromBuffer");
+    const int32_t status = loadModel != nullptr ? loadModel(manager, &descriptor, 1) : -1;
+    LogSyncTime("NNModelLoadFromFiles cost time: ", start);
+
+    int result = -1;
+    if (status == 0) {
+        LOGI("load from Files success, ret=%d", status);
+        net.loadCount.fetch_add(1);
+        net.SetLoadedFlag(true);
+        LOGD("Load Npu model success");
+        result = 0;
+    } else {
+        // The manager and wrapper stay with the network for its unload.
+        LOGE("load from Files, ret=%d", status);
+    }
+    delete[] modelData;
+    return result;
+}

@@ -1,0 +1,55 @@
+// Scalar definitions of the quantization kernels and the remainder paths.
+#include <cmath>
+#include <cstdint>
+
+#include "inference/quantize.h"
+
+namespace {
+
+// Truncation toward zero, saturating, with NaN giving 0.
+inline int32_t TruncateSaturate(float u) {
+    if (std::isnan(u)) return 0;
+    if (u >= 2147483648.0f) return INT32_MAX;
+    if (u < -2147483648.0f) return INT32_MIN;
+    return static_cast<int32_t>(u);
+}
+
+// Saturation to int16 and then to 0..255, as two saturating narrowings.
+inline uint8_t NarrowSaturate(int32_t v) {
+    const int32_t s16 = v < INT16_MIN ? INT16_MIN : (v > INT16_MAX ? INT16_MAX : v);
+    return static_cast<uint8_t>(s16 < 0 ? 0 : (s16 > 255 ? 255 : s16));
+}
+
+inline uint8_t RoundClamp(double scaled) {
+    const double r = std::round(scaled);  // halves away from zero
+    if (!(r > 0.0)) return 0;             // NaN too
+    return r >= 255.0 ? 255 : static_cast<uint8_t>(r);
+}
+
+}  // namespace
+
+void QuantizePixelBlocksRef(const float* in, uint8_t* out, size_t n) {
+    for (size_t i = 0; i < n; ++i) {
+        out[i] = NarrowSaturate(TruncateSaturate(in[i] + 0.5f));
+    }
+}
+
+void QuantizeUnitBlocksRef(const float* in, uint8_t* out, size_t n) {
+    for (size_t i = 0; i < n; ++i) {
+        out[i] = NarrowSaturate(TruncateSaturate(fmaf(in[i], kUnitScale, 0.5f)));
+    }
+}
+
+void QuantizePixelRemainder(float* in, uint8_t* out, size_t n) {
+    for (size_t i = 0; i < n; ++i) {
+        const float x = in[i] * kInputScale;
+        in[i] = x;
+        out[i] = RoundClamp(static_cast<double>(x) * kInputScaleInverse);
+    }
+}
+
+void QuantizeUnitRemainder(const float* in, uint8_t* out, size_t n) {
+    for (size_t i = 0; i < n; ++i) {
+        out[i] = RoundClamp(static_cast<double>(in[i]) * kInputScaleInverse);
+    }
+}

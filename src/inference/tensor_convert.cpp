@@ -1,0 +1,106 @@
+#include "inference/tensor_convert.h"
+
+#include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "platform/log.h"
+
+namespace {
+
+inline float Dequantize(unsigned char q, int zeroPoint, float scale) {
+    return static_cast<float>((static_cast<double>(q) + static_cast<double>(zeroPoint)) *
+                              static_cast<double>(scale));
+}
+
+// Below this magnitude q + zeroPoint is exact as a float and its product with
+// a float scale is exact in double, so a float product rounds exactly like the
+// double one does: the same bits, and a loop the compiler vectorises.
+constexpr int kFloatExactZeroPoint = (1 << 24) - 256;
+
+}  // namespace
+
+void Uint8ToFP32(int n, unsigned char const* in, float* out, int zeroPoint, float scale) {
+    if (n <= 0) {
+        return;
+    }
+    if (zeroPoint > -kFloatExactZeroPoint && zeroPoint < kFloatExactZeroPoint) {
+        for (int i = 0; i < n; ++i) {
+            out[i] = static_cast<float>(static_cast<int>(in[i]) + zeroPoint) * scale;
+        }
+        return;
+    }
+    for (int i = 0; i < n; ++i) {
+        out[i] = Dequantize(in[i], zeroPoint, scale);
+    }
+}
+
+void Uint8ToFP32(int h, int w, int c, unsigned char const* in, float* out, int zeroPoint,
+                 float scale) {
+    const int pixels = h * w;
+    if (c <= 0 || pixels <= 0) {
+        return;
+    }
+    for (int k = 0; k < c; ++k) {
+        float* plane = out + static_cast<size_t>(k) * pixels;
+        for (int p = 0; p < pixels; ++p) {
+            plane[p] = Dequantize(in[static_cast<size_t>(p) * c + k], zeroPoint, scale);
+        }
+    }
+}
+
+void Uint8NhwcToNchw(int h, int w, int c, unsigned char const* in, unsigned char* out) {
+    if (in == nullptr) {
+        LOGE("nhwcToNchw Received a nullptr");
+        return;  // nothing can be read
+    }
+    const int pixels = h * w;
+    if (c <= 0 || pixels <= 0 || out == nullptr) {
+        return;
+    }
+    if (c == 1) {
+        memcpy(out, in, static_cast<size_t>(pixels));
+        return;
+    }
+    for (int k = 0; k < c; ++k) {
+        unsigned char* plane = out + static_cast<size_t>(k) * pixels;
+        for (int p = 0; p < pixels; ++p) {
+            plane[p] = in[static_cast<size_t>(p) * c + k];
+        }
+    }
+}
+
+void Fp16ToFp32(unsigned long n, half const* in, float* out) {
+    for (unsigned long i = 0; i < n; ++i) {
+        out[i] = HalfToFloat(in[i]);
+    }
+}
+
+void Fp32ToFp16(unsigned long n, float const* in, half* out) {
+    for (unsigned long i = 0; i < n; ++i) {
+        out[i] = FloatToHalf(in[i]);
+    }
+}
+
+int SetThreadAffinity() {
+    // The kernel interface takes a 128-byte mask; cpu_set_t is exactly that.
+    static_assert(sizeof(cpu_set_t) == 128, "128-byte CPU mask");
+    const pid_t tid = static_cast<pid_t>(syscall(SYS_gettid));
+    for (int lastCore = 4; lastCore <= 6; ++lastCore) {
+        cpu_set_t mask;
+        CPU_ZERO(&mask);
+        for (int core = 4; core <= lastCore; ++core) {
+            CPU_SET(core, &mask);
+        }
+        if (syscall(__NR_sched_setaffinity, tid, sizeof mask, &mask) == 0) {
+            return 0;
+        }
+    }
+    return -1;
+}
+
+std::string GetChipType() {
+    return std::string();
+}

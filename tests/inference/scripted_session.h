@@ -1,0 +1,80 @@
+// Test helpers around the scripted adapter: reading back the recorded calls
+// and the bytes of the records the library handed over.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "scripted_adapter.h"
+
+namespace scancode_test {
+
+inline std::vector<std::string> AdapterCalls() {
+    std::vector<std::string> names;
+    for (int i = 0; i < ScriptedAdapterCallCount(); ++i)
+        names.push_back(ScriptedAdapterCallName(i));
+    return names;
+}
+
+// Index of the `nth` (0-based) recorded call of `function`, or -1.
+inline int FindCall(const std::string& function, int nth = 0) {
+    for (int i = 0; i < ScriptedAdapterCallCount(); ++i) {
+        if (function == ScriptedAdapterCallName(i) && nth-- == 0) return i;
+    }
+    return -1;
+}
+
+inline int CountCalls(const std::string& function) {
+    int count = 0;
+    for (const auto& name : AdapterCalls()) count += name == function;
+    return count;
+}
+
+// The recorded bytes, empty when the key is missing.
+inline std::string Blob(int call, const char* key) {
+    size_t size = 0;
+    const void* data = ScriptedAdapterCallBlob(call, key, &size);
+    return data != nullptr ? std::string(static_cast<const char*>(data), size) : std::string();
+}
+
+template <typename T>
+T At(const std::string& bytes, size_t offset) {
+    T v{};
+    EXPECT_LE(offset + sizeof v, bytes.size()) << "record too short";
+    if (offset + sizeof v <= bytes.size()) memcpy(&v, bytes.data() + offset, sizeof v);
+    return v;
+}
+
+inline bool AllZero(const std::string& bytes, size_t from, size_t to) {
+    for (size_t i = from; i < to; ++i) {
+        if (bytes.at(i) != 0) return false;
+    }
+    return true;
+}
+
+// Every adapter test starts from a clean script and the DSP path unset.
+// Adapter objects outlive a test only where the runtime abandons them on
+// purpose, so counts are taken relative to the start of the test.
+class ScriptedAdapterTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ScriptedAdapterReset();
+        unsetenv("ADSP_LIBRARY_PATH");
+        managersAtStart_ = ScriptedAdapterLiveManagers();
+        tensorsAtStart_ = ScriptedAdapterLiveTensors();
+    }
+    void TearDown() override { ScriptedAdapterReset(); }
+
+    int NewManagers() const { return ScriptedAdapterLiveManagers() - managersAtStart_; }
+    int NewTensors() const { return ScriptedAdapterLiveTensors() - tensorsAtStart_; }
+
+    int managersAtStart_ = 0;
+    int tensorsAtStart_ = 0;
+};
+
+}  // namespace scancode_test
