@@ -24,6 +24,8 @@ struct Line {
     Line(cv::Point start, cv::Point end) : startPoint(start), endPoint(end) {}
 };
 
+static_assert(sizeof(Line) == 40, "two points and three 64-bit fields");
+
 // Oriented segments of a one-channel mask, longest first. Empty for a mask
 // with more than one channel.
 std::vector<Line> extractLineFromHough(const cv::Mat& mask);

@@ -214,6 +214,27 @@ TEST(WarpQRProcess, ResultsArePastedAtTheInputBoxOfTheSamePosition) {
     EXPECT_EQ(infos[1].qrSize, info.qrSize);
 }
 
+TEST(WarpQRProcess, BoxesWithoutACropAreSkippedWithoutHarm) {
+    const std::vector<cv::Rect> boxes = {
+        {0, 0, 0, 50},          // no width: nothing to crop
+        {5000, 5000, 100, 50},  // beyond the frame: nothing to crop
+        {1900, 1070, 3, 1},     // a 4 x 1 crop
+        {-300, -300, 100, 50},  // the enlarged rectangle starts at the corner
+    };
+    // The two results are pasted at the first two boxes: one lands in the
+    // frame's corner, the other would lie outside and is dropped.
+    cv::Mat frame = FrameWithSpots({{10, 10}});
+    const WarpRun run = RunWarp(frame, boxes);
+    EXPECT_EQ(run.rc, 0);
+    EXPECT_EQ(run.infos.size(), 2u);
+
+    cv::Mat empty;
+    const WarpRun none = RunWarp(empty, {{10, 10, 100, 50}});
+    EXPECT_EQ(none.rc, 0);
+    EXPECT_TRUE(none.infos.empty());
+    EXPECT_FALSE(none.warp.hasWarp);
+}
+
 struct CodeScene {
     const char* name;
     cv::Point2f centre;
