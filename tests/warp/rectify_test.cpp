@@ -92,18 +92,6 @@ TEST(DilateAndErode, ThreeDilationsThenOneErosion) {
     EXPECT_TRUE(dilateAndErode(cv::Mat(), 5, 3, 5, 1).empty());
 }
 
-TEST(BinarizeImageByOTSU, ReturnsSharedOrMorphedBinary) {
-    cv::Mat grey(40, 40, CV_8UC1, cv::Scalar(30));
-    grey(cv::Rect(10, 10, 5, 5)).setTo(220);
-    cv::Mat binary;
-    const cv::Mat plain = binarizeImageByOTSU(grey, binary, 5, 3, 5, 1, false);
-    EXPECT_EQ(plain.data, binary.data) << "a header sharing dst";
-    EXPECT_EQ(cv::countNonZero(binary), 25);
-    const cv::Mat morphed = binarizeImageByOTSU(grey, binary, 5, 3, 5, 1, true);
-    EXPECT_EQ(cv::countNonZero(morphed), 13 * 13);
-    EXPECT_TRUE(binarizeImageByOTSU(cv::Mat(4, 4, CV_8UC3), binary, 5, 3, 5, 1, true).empty());
-}
-
 TEST(WarpImage, SideFromRoundedCornersAndCornersOnN) {
     cv::Mat img(100, 150, CV_8UC3);
     for (int y = 0; y < img.rows; ++y)
