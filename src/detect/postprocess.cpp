@@ -1,0 +1,168 @@
+// Decoding of the detector's five output heads into frame boxes.
+//
+// The detector hands over one buffer of 51150 floats: five square grids of
+// cells, six floats per cell (log distances from the cell centre to the left,
+// top, right and bottom edges in 640 x 640 input pixels, a score logit, one
+// unused value). Cells whose logit passes the threshold become candidates;
+// candidates are sorted by score, boxes touching a better one are dropped, and
+// the rest are mapped back to the frame, counted, and listed when they lie
+// clear of an 80-pixel band along the frame's edges.
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <numeric>
+#include <set>
+#include <vector>
+
+#include "detect/postprocess_calculator.h"
+#include "platform/log.h"
+
+namespace {
+
+constexpr float kInputSide = 640.0f;
+
+// Logit of a probability of 0.3. Comparing against the logit spares the
+// sigmoid, and rejected cells cost no exponential at all.
+constexpr double kMinScoreLogit = -0.8473;
+
+// Only this many of the best positions become boxes.
+constexpr int kMaxListedPositions = 1000;
+
+// Boxes closer than this to a frame edge are counted but not listed.
+constexpr float kEdgeBand = 80.0f;
+
+constexpr int kValuesPerCell = 6;
+
+struct Head {
+    int grid;    // cells per side
+    int stride;  // input pixels per cell
+    int offset;  // first float in the output buffer
+    const char* countFormat;
+};
+
+constexpr Head kHeads[] = {
+    {80, 8, 0, "validCount0 is %d"},      {40, 16, 38400, "validCount1 is %d"},
+    {20, 32, 48000, "validCount2 is %d"}, {10, 64, 50400, "validCount3 is %d"},
+    {5, 128, 51000, "validCount4 is %d"},
+};
+
+// Enough for an ordinary frame, so the candidate lists grow at most rarely.
+constexpr size_t kTypicalCandidates = 64;
+
+// Truncation toward zero that stays defined for values outside int.
+int TruncateToInt(float v) {
+    if (std::isnan(v)) return 0;
+    if (v <= static_cast<float>(INT_MIN)) return INT_MIN;
+    if (v >= static_cast<float>(INT_MAX)) return INT_MAX;
+    return static_cast<int>(v);
+}
+
+}  // namespace
+
+int CodeDetectPostprocesCalculator::process(float* head, int gridRows, int gridCols, int stride,
+                                            std::vector<float>& boxes, std::vector<float>& scores,
+                                            std::vector<int>& classIds) {
+    if (gridRows < 1 || head == nullptr) return 0;
+    const int half = stride / 2;
+    int count = 0;
+    for (int r = 0; r < gridRows; ++r) {
+        const float* cell = head + static_cast<size_t>(r) * gridRows * kValuesPerCell;
+        for (int c = 0; c < gridCols; ++c, cell += kValuesPerCell) {
+            // Written so that NaN fails too.
+            if (!(static_cast<double>(cell[4]) >= kMinScoreLogit)) continue;
+            const float cx = static_cast<float>(half + c * stride);
+            const float cy = static_cast<float>(half + r * stride);
+            const float e0 = std::exp(cell[0]);
+            const float e1 = std::exp(cell[1]);
+            boxes.push_back(cx - e0);
+            boxes.push_back(cy - e1);
+            boxes.push_back(std::exp(cell[2]) + e0);
+            boxes.push_back(std::exp(cell[3]) + e1);
+            scores.push_back(cell[4]);
+            classIds.push_back(0);
+            ++count;
+        }
+    }
+    return count;
+}
+
+int CodeDetectPostprocesCalculator::PostProcess(int cols, int rows, float* output,
+                                                std::vector<cv::Rect>& boxes, int& count) {
+    const timeval start = TimeMark();
+    LOGD("code detect Image cols is %d, Image rows is %d", cols, rows);
+    // The letterbox scale; the letterbox pads only at the bottom and right, so
+    // mapping back needs no offset.
+    const float ratio = std::min(kInputSide / cols, kInputSide / rows);
+    LOGD("ratio is %lf", static_cast<double>(ratio));
+    LOGD("addr of input0 is %p", static_cast<void*>(output));
+
+    std::vector<float> candidates;  // left, top, width, height per candidate
+    std::vector<float> scores;
+    std::vector<int> classIds;
+    candidates.reserve(4 * kTypicalCandidates);
+    scores.reserve(kTypicalCandidates);
+    classIds.reserve(kTypicalCandidates);
+    int n = 0;
+    for (const Head& h : kHeads) {
+        const int kept = process(output ? output + h.offset : nullptr, h.grid, h.grid, h.stride,
+                                 candidates, scores, classIds);
+        LOGD(h.countFormat, kept);
+        n += kept;
+    }
+    delete[] output;
+
+    LOGD("validCount is: %d", n);
+    if (n < 1) {
+        LOGI("no object detect");
+        return -1;
+    }
+
+    std::vector<int> order(n);
+    std::iota(order.begin(), order.end(), 0);
+    quickSortIndiceInverse(scores, 0, n - 1, order);
+
+    const std::set<int> classSet(classIds.begin(), classIds.end());
+    LOGD("size of class_set is %d", static_cast<int>(classSet.size()));
+    if (gDebugLogOn) {
+        for (int id : classSet) LOGD("class_set member is %d", id);
+    }
+    // The loop counter, not the set's members, is the class suppressed.
+    for (int k = 0; k < static_cast<int>(classSet.size()); ++k) {
+        nms(n, candidates, classIds, order, k, 0.0f);
+    }
+
+    const float scale = 1.0f / ratio;
+    const float right = static_cast<float>(cols);
+    const float bottom = static_cast<float>(rows);
+    const int listed = std::min(n, kMaxListedPositions);
+    for (int i = 0; i < listed; ++i) {
+        const int m = order[i];
+        if (m == -1) continue;
+        const float* b = &candidates[4 * static_cast<size_t>(m)];
+        const float x = std::max(b[0] * scale, 0.0f);
+        const float y = std::max(b[1] * scale, 0.0f);
+        float w = b[2] * scale;
+        float h = b[3] * scale;
+        if (x + w > right) w = right - x;
+        if (y + h > bottom) h = bottom - y;
+        LOGI("x = %.03f, y = %.03f, w = %.03f, h = %.03f", static_cast<double>(x),
+             static_cast<double>(y), static_cast<double>(w), static_cast<double>(h));
+        ++count;
+        if (x >= kEdgeBand && y >= kEdgeBand && x + w <= right - kEdgeBand &&
+            y + h <= bottom - kEdgeBand) {
+            boxes.emplace_back(TruncateToInt(x), TruncateToInt(y), TruncateToInt(w),
+                               TruncateToInt(h));
+        }
+    }
+
+    LOGD("code detect postprocess calculator successful");
+    LOGI("the num of qrcode is %d", static_cast<int>(boxes.size()));
+    LogSyncTime("object postProcess Time", start);
+    return boxes.empty() ? -1 : 0;
+}
+
+int compare(const void* a, const void* b) {
+    // The difference truncated toward zero: values less than one apart
+    // compare equal.
+    return TruncateToInt(*static_cast<const float*>(a) - *static_cast<const float*>(b));
+}

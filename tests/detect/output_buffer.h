@@ -1,0 +1,74 @@
+// Builds detector output buffers cell by cell, the way the detector lays
+// them out: five square heads one after another, six floats per cell (log
+// distances to the left, top, right and bottom edges, score logit, unused).
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+namespace scancode_test {
+
+struct HeadGeometry {
+    int grid;
+    int stride;
+    int offset;
+};
+constexpr HeadGeometry kHeadGeometry[] = {
+    {80, 8, 0}, {40, 16, 38400}, {20, 32, 48000}, {10, 64, 50400}, {5, 128, 51000}};
+constexpr int kOutputFloats = 51150;
+constexpr float kRejectedLogit = -5.0f;
+
+class OutputBuffer {
+  public:
+    OutputBuffer() : values_(kOutputFloats, 0.0f) {
+        for (int i = 4; i < kOutputFloats; i += 6) values_[i] = kRejectedLogit;
+    }
+
+    // Raw log distances and logit for cell (r, c) of a head.
+    void SetCell(int head, int r, int c, float logLeft, float logTop, float logRight,
+                 float logBottom, float logit) {
+        float* v = Cell(head, r, c);
+        v[0] = logLeft;
+        v[1] = logTop;
+        v[2] = logRight;
+        v[3] = logBottom;
+        v[4] = logit;
+    }
+    void SetLogit(int head, int r, int c, float logit) { Cell(head, r, c)[4] = logit; }
+    float* Cell(int head, int r, int c) {
+        const HeadGeometry& g = kHeadGeometry[head];
+        return &values_[g.offset + (r * g.grid + c) * 6];
+    }
+
+    const float* data() const { return values_.data(); }
+    // A copy allocated the way the detector allocates it; PostProcess frees it.
+    float* NewCopy() const {
+        float* out = new float[kOutputFloats];
+        std::memcpy(out, values_.data(), sizeof(float) * kOutputFloats);
+        return out;
+    }
+
+  private:
+    std::vector<float> values_;
+};
+
+// Cell centre along one axis, in input pixels.
+inline float CellCentre(int head, int index) {
+    const int s = kHeadGeometry[head].stride;
+    return static_cast<float>(s / 2 + index * s);
+}
+
+// A log value whose single-precision exponential is exactly d when some float
+// gives that, else the nearest one from the requested side (below: exp <= d).
+inline float LogFor(float d, bool below = true) {
+    float f = std::log(d);
+    for (int k = 0; k < 64 && std::exp(f) > d; ++k) f = std::nextafter(f, -INFINITY);
+    for (int k = 0; k < 64 && std::exp(f) < d; ++k) f = std::nextafter(f, INFINITY);
+    if (std::exp(f) == d) return f;
+    // Now exp(f) > d.
+    return below ? std::nextafter(f, -INFINITY) : f;
+}
+
+}  // namespace scancode_test

@@ -1,0 +1,345 @@
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <limits>
+#include <random>
+#include <regex>
+#include <string>
+
+#include "debug_switch.h"
+#include "detect/postprocess_calculator.h"
+#include "literal_postprocess.h"
+#include "log_capture.h"
+#include "output_buffer.h"
+
+using scancode_test::CellCentre;
+using scancode_test::LogCapture;
+using scancode_test::LogFor;
+using scancode_test::OutputBuffer;
+using scancode_test::ScopedDebugLog;
+
+namespace {
+
+struct Outcome {
+    int ret;
+    int count;
+    std::vector<cv::Rect> boxes;
+};
+
+Outcome Decode(const OutputBuffer& buffer, int cols = 640, int rows = 640) {
+    CodeDetectPostprocesCalculator calc;
+    Outcome out{0, 0, {}};
+    out.ret = calc.PostProcess(cols, rows, buffer.NewCopy(), out.boxes, out.count);
+    return out;
+}
+
+std::vector<std::string> BoxLines(const LogCapture& logs) {
+    std::vector<std::string> out;
+    for (const auto& l : logs.lines()) {
+        if (l.text.rfind("x = ", 0) == 0) out.push_back(l.text);
+    }
+    return out;
+}
+
+// A 2 x 2 input box around the centre of cell (r, c) of head 0.
+void SmallBox(OutputBuffer& b, int r, int c, float logit) {
+    b.SetCell(0, r, c, 0, 0, 0, 0, logit);
+}
+
+struct ThresholdCase {
+    float logit;
+    bool kept;
+};
+
+class ScoreThreshold : public ::testing::TestWithParam<ThresholdCase> {};
+
+TEST_P(ScoreThreshold, DecidesWhetherACellBecomesACandidate) {
+    OutputBuffer buffer;
+    SmallBox(buffer, 40, 40, GetParam().logit);
+    const Outcome out = Decode(buffer);
+    EXPECT_EQ(out.count, GetParam().kept ? 1 : 0);
+    EXPECT_EQ(out.ret, GetParam().kept ? 0 : -1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Logits, ScoreThreshold,
+    ::testing::Values(ThresholdCase{-0.8473f, true}, ThresholdCase{-0.84731f, false},
+                      ThresholdCase{std::nextafter(-0.8473f, -1.0f), false},
+                      ThresholdCase{0.0f, true}, ThresholdCase{-0.0f, true},
+                      ThresholdCase{std::numeric_limits<float>::infinity(), true},
+                      ThresholdCase{-std::numeric_limits<float>::infinity(), false},
+                      ThresholdCase{std::numeric_limits<float>::quiet_NaN(), false}));
+
+struct HeadCase {
+    int head, r, c;
+    float e0, e1, e2, e3;  // distances to left, top, right, bottom edges
+};
+
+class HeadDecoding : public ::testing::TestWithParam<HeadCase> {};
+
+// Offsets, row step, stride and half-stride centre of every head, and the
+// edge order inside a cell, with distances whose exponentials are exact.
+TEST_P(HeadDecoding, CellBecomesBoxAroundItsCentre) {
+    const HeadCase& k = GetParam();
+    OutputBuffer buffer;
+    buffer.SetCell(k.head, k.r, k.c, LogFor(k.e0), LogFor(k.e1), LogFor(k.e2), LogFor(k.e3), 1.0f);
+    buffer.Cell(k.head, k.r, k.c)[5] = std::numeric_limits<float>::quiet_NaN();  // never read
+    const Outcome out = Decode(buffer);
+    const float cx = CellCentre(k.head, k.c);
+    const float cy = CellCentre(k.head, k.r);
+    ASSERT_EQ(out.boxes.size(), 1u);
+    EXPECT_EQ(out.boxes[0], cv::Rect(static_cast<int>(cx - k.e0), static_cast<int>(cy - k.e1),
+                                     static_cast<int>(k.e0 + k.e2), static_cast<int>(k.e1 + k.e3)));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Heads, HeadDecoding,
+    ::testing::Values(HeadCase{0, 30, 50, 4, 8, 16, 32}, HeadCase{0, 60, 20, 2, 64, 1, 1},
+                      HeadCase{1, 12, 25, 32, 1, 8, 2}, HeadCase{2, 7, 5, 16, 16, 64, 64},
+                      HeadCase{3, 3, 4, 8, 4, 2, 1}, HeadCase{4, 2, 2, 64, 32, 16, 8}));
+
+struct GapCase {
+    bool horizontal;
+    float gap;  // input pixels between the better box and the weaker one
+    int listed;
+};
+
+class TouchingBoxes : public ::testing::TestWithParam<GapCase> {};
+
+// Neighbouring cells along a row (or column), boxes sharing the same rows
+// (columns): the right edge of the first box is 4 px past its centre, the left
+// edge of the second lies `gap` beyond that.
+TEST_P(TouchingBoxes, LessThanOnePixelApartCountsAsOverlap) {
+    const GapCase& k = GetParam();
+    OutputBuffer buffer;
+    const float near = 8.0f - 4.0f - k.gap;  // distance from the second centre
+    const float l4 = LogFor(4.0f), l8 = LogFor(8.0f), ln = LogFor(near);
+    if (k.horizontal) {
+        buffer.SetCell(0, 40, 30, l4, l8, l4, l8, 2.0f);
+        buffer.SetCell(0, 40, 31, ln, l8, l4, l8, 1.0f);
+    } else {
+        buffer.SetCell(0, 30, 40, l8, l4, l8, l4, 2.0f);
+        buffer.SetCell(0, 31, 40, l8, ln, l8, l4, 1.0f);
+    }
+    const Outcome out = Decode(buffer);
+    EXPECT_EQ(out.count, k.listed);
+    ASSERT_EQ(static_cast<int>(out.boxes.size()), k.listed);
+    EXPECT_EQ(out.boxes[0].x, k.horizontal ? 240 : 316);  // the better one always stays
+}
+
+INSTANTIATE_TEST_SUITE_P(Gaps, TouchingBoxes,
+                         ::testing::Values(GapCase{true, 0.5f, 1}, GapCase{true, 1.5f, 2},
+                                           GapCase{false, 0.5f, 1}, GapCase{false, 1.5f, 2}));
+
+struct CapCase {
+    int edgeCells;  // better-scored cells inside the 80-pixel band
+    int listed;     // boxes from the centre rows that still get through
+};
+
+class PositionCap : public ::testing::TestWithParam<CapCase> {};
+
+// Separate small boxes: the best ones hug the frame edge (counted, never
+// listed), weaker ones sit in the middle and would be listed if their
+// positions were not beyond the first thousand.
+TEST_P(PositionCap, OnlyTheFirstThousandPositionsBecomeBoxes) {
+    OutputBuffer buffer;
+    int placed = 0;
+    for (int r = 0; r < 80 && placed < GetParam().edgeCells; ++r) {
+        if (r == 10) r = 70;  // rows 0-9 and 70-79 lie in the band
+        for (int c = 0; c < 80 && placed < GetParam().edgeCells; ++c, ++placed) {
+            SmallBox(buffer, r, c, 4.0f - placed * 0.001f);
+        }
+    }
+    for (int c = 20; c < 60; ++c) SmallBox(buffer, 40, c, 0.5f);
+    LogCapture logs;
+    const Outcome out = Decode(buffer);
+    EXPECT_EQ(out.count, std::min(1000, placed + 40));
+    EXPECT_EQ(static_cast<int>(out.boxes.size()), GetParam().listed);
+    EXPECT_EQ(static_cast<int>(BoxLines(logs).size()), out.count);
+}
+
+INSTANTIATE_TEST_SUITE_P(Caps, PositionCap,
+                         ::testing::Values(CapCase{1200, 0}, CapCase{1000, 0}, CapCase{999, 1},
+                                           CapCase{960, 40}));
+
+struct MappingCase {
+    const char* name;
+    int cols, rows;
+    int head, r, c;
+    float e0, e1, e2, e3;
+    const char* line;
+    bool listed;
+    cv::Rect rect;
+};
+
+class FrameMapping : public ::testing::TestWithParam<MappingCase> {};
+
+TEST_P(FrameMapping, ScalesClipsAndFiltersByTheEdgeBand) {
+    const MappingCase& k = GetParam();
+    OutputBuffer buffer;
+    // Distances from the side that rounds the box outward, where no float
+    // exponential hits them exactly.
+    buffer.SetCell(k.head, k.r, k.c, LogFor(k.e0, true), LogFor(k.e1, true), LogFor(k.e2, false),
+                   LogFor(k.e3, false), 1.0f);
+    LogCapture logs;
+    const Outcome out = Decode(buffer, k.cols, k.rows);
+    EXPECT_EQ(out.count, 1);
+    EXPECT_EQ(BoxLines(logs), std::vector<std::string>{k.line});
+    EXPECT_EQ(out.ret, k.listed ? 0 : -1);
+    ASSERT_EQ(out.boxes.size(), k.listed ? 1u : 0u);
+    if (k.listed) {
+        EXPECT_EQ(out.boxes[0], k.rect);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Frames, FrameMapping,
+    ::testing::Values(
+        // Input box (100, 50, 60, 60) in a 1920 x 1080 frame: ratio 1/3.
+        MappingCase{"Landscape", 1920, 1080, 0, 8, 15, 24, 18, 36, 42,
+                    "x = 300.000, y = 150.000, w = 180.000, h = 180.000", true,
+                    cv::Rect(300, 150, 180, 180)},
+        MappingCase{"LeftBandExact", 640, 640, 0, 40, 10, 4, 4, 4, 4,
+                    "x = 80.000, y = 320.000, w = 8.000, h = 8.000", true, cv::Rect(80, 320, 8, 8)},
+        MappingCase{"LeftBand79_9", 640, 640, 0, 40, 10, 4.1f, 4, 4, 4,
+                    "x = 79.900, y = 320.000, w = 8.100, h = 8.000", false, cv::Rect()},
+        MappingCase{"ClippedRight", 640, 640, 0, 40, 78, 4, 4, 32, 4,
+                    "x = 624.000, y = 320.000, w = 16.000, h = 8.000", false, cv::Rect()},
+        MappingCase{"ClippedBottom", 640, 640, 0, 78, 40, 4, 4, 4, 32,
+                    "x = 320.000, y = 624.000, w = 8.000, h = 16.000", false, cv::Rect()},
+        MappingCase{"ClampedAtZero", 640, 640, 0, 0, 40, 4, 16, 4, 4,
+                    "x = 320.000, y = 0.000, w = 8.000, h = 20.000", false, cv::Rect()},
+        // Portrait 1080 x 1920: ratio 1/3, the right 280 input columns are padding.
+        MappingCase{"Portrait", 1080, 1920, 1, 20, 10, 16, 8, 16, 8,
+                    "x = 456.000, y = 960.000, w = 96.000, h = 48.000", true,
+                    cv::Rect(456, 960, 96, 48)}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(PostProcess, NothingAboveThreshold) {
+    OutputBuffer buffer;
+    std::vector<cv::Rect> boxes{cv::Rect(1, 2, 3, 4)};
+    int count = 0;
+    LogCapture logs;
+    CodeDetectPostprocesCalculator calc;
+    EXPECT_EQ(calc.PostProcess(640, 640, buffer.NewCopy(), boxes, count), -1);
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(boxes, std::vector<cv::Rect>{cv::Rect(1, 2, 3, 4)});
+    ASSERT_EQ(logs.lines().size(), 1u);
+    EXPECT_EQ(logs.lines()[0], (scancode_test::LogLine{4, "no object detect"}));
+}
+
+TEST(PostProcess, NullBufferReadsAsNothingDetected) {
+    std::vector<cv::Rect> boxes;
+    int count = 0;
+    LogCapture logs;
+    CodeDetectPostprocesCalculator calc;
+    EXPECT_EQ(calc.PostProcess(640, 480, nullptr, boxes, count), -1);
+    EXPECT_TRUE(logs.Contains(4, "no object detect"));
+}
+
+TEST(PostProcess, DegenerateFrameSizesDoNotCrash) {
+    OutputBuffer buffer;
+    SmallBox(buffer, 40, 40, 1.0f);
+    buffer.SetCell(0, 41, 41, 80.0f, 80.0f, 80.0f, 80.0f, 2.0f);  // exponentials overflow
+    for (auto size : {std::pair<int, int>{0, 0}, {0, 480}, {-640, 480}, {640, -1}}) {
+        LogCapture logs;
+        const Outcome out = Decode(buffer, size.first, size.second);
+        EXPECT_EQ(out.ret, out.boxes.empty() ? -1 : 0);
+    }
+}
+
+TEST(PostProcess, InfoLinesOnlyWithDebugOff) {
+    ScopedDebugLog off(false);
+    OutputBuffer buffer;
+    buffer.SetCell(0, 40, 40, LogFor(4), LogFor(4), LogFor(4), LogFor(4), 1.0f);
+    LogCapture logs;
+    Decode(buffer);
+    EXPECT_EQ(logs.lines(), (std::vector<scancode_test::LogLine>{
+                                {4, "x = 320.000, y = 320.000, w = 8.000, h = 8.000"},
+                                {4, "the num of qrcode is 1"}}));
+}
+
+TEST(PostProcess, DebugLinesInOrder) {
+    ScopedDebugLog on(true);
+    OutputBuffer buffer;
+    buffer.SetCell(2, 5, 6, LogFor(4), LogFor(4), LogFor(4), LogFor(4), 1.0f);
+    buffer.SetCell(2, 5, 7, LogFor(4), LogFor(4), LogFor(4), LogFor(4), 0.5f);
+    LogCapture logs;
+    const Outcome out = Decode(buffer, 1280, 720);
+    ASSERT_EQ(out.count, 2);
+    const std::vector<std::string> texts = logs.texts();
+    ASSERT_EQ(texts.size(), 16u);
+    EXPECT_EQ(texts[0], "code detect Image cols is 1280, Image rows is 720");
+    EXPECT_EQ(texts[1], "ratio is 0.500000");
+    EXPECT_TRUE(std::regex_match(texts[2], std::regex("addr of input0 is (0x[0-9a-f]+)")));
+    EXPECT_EQ(std::vector<std::string>(texts.begin() + 3, texts.begin() + 12),
+              (std::vector<std::string>{"validCount0 is 0", "validCount1 is 0", "validCount2 is 2",
+                                        "validCount3 is 0", "validCount4 is 0", "validCount is: 2",
+                                        "size of class_set is 1", "class_set member is 0",
+                                        "x = 408.000, y = 344.000, w = 16.000, h = 16.000"}));
+    EXPECT_EQ(texts[12], "x = 472.000, y = 344.000, w = 16.000, h = 16.000");
+    EXPECT_EQ(texts[13], "code detect postprocess calculator successful");
+    EXPECT_EQ(texts[14], "the num of qrcode is 2");
+    EXPECT_TRUE(std::regex_match(
+        texts[15], std::regex("SYNC_DDK_TIME , object postProcess Time  : [0-9]+\\.[0-9]{2}ms")));
+    EXPECT_EQ(logs.lines()[15].prio, 3);
+    EXPECT_EQ(logs.lines()[14].prio, 4);
+}
+
+// Whole-frame property: random heads, from sparse to every cell passing, with
+// scores drawn from a handful of values, decode to exactly what the literal
+// algorithm gives.
+TEST(PostProcess, MatchesLiteralAlgorithmOnRandomFrames) {
+    std::mt19937 rng(20240611);
+    struct Mix {
+        double passing;  // share of cells above threshold
+        int levels;      // distinct score values (0: continuous)
+        float logSize;   // mean log distance
+    };
+    const Mix mixes[] = {{0.005, 0, 2.5f}, {0.05, 3, 2.0f}, {0.3, 4, 1.0f}, {1.0, 2, 0.0f},
+                         {1.0, 5, 1.5f},   {1.0, 1, -1.0f}, {1.0, 0, 0.5f}, {0.7, 8, 3.0f}};
+    for (const Mix& mix : mixes) {
+        for (int rep = 0; rep < 2; ++rep) {
+            OutputBuffer buffer;
+            std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+            std::normal_distribution<float> logDist(mix.logSize, 0.6f);
+            for (int h = 0; h < 5; ++h) {
+                const int g = scancode_test::kHeadGeometry[h].grid;
+                for (int r = 0; r < g; ++r) {
+                    for (int c = 0; c < g; ++c) {
+                        if (unit(rng) >= mix.passing) continue;
+                        const float logit =
+                            mix.levels ? -0.8473f + static_cast<float>(rng() % mix.levels) * 0.25f
+                                       : unit(rng) * 4.0f - 0.8f;
+                        buffer.SetCell(h, r, c, logDist(rng), logDist(rng), logDist(rng),
+                                       logDist(rng), logit);
+                    }
+                }
+            }
+            const int cols = rep ? 640 : 1920;
+            const int rows = rep ? 640 : 1080;
+            const literal::Result want = literal::PostProcess(cols, rows, buffer.data());
+            LogCapture logs;
+            const Outcome got = Decode(buffer, cols, rows);
+            ASSERT_EQ(got.ret, want.ret) << mix.passing << " " << mix.levels;
+            ASSERT_EQ(got.count, want.count) << mix.passing << " " << mix.levels;
+            ASSERT_EQ(got.boxes, want.boxes) << mix.passing << " " << mix.levels;
+        }
+    }
+}
+
+TEST(Compare, TruncatesTheDifference) {
+    struct Case {
+        float a, b;
+        int want;
+    };
+    const Case cases[] = {{3.0f, 1.0f, 2},        {1.0f, 3.0f, -2},       {2.9f, 2.0f, 0},
+                          {2.0f, 2.9f, 0},        {5.5f, 3.9f, 1},        {-1.0f, 1.5f, -2},
+                          {1e20f, 0.0f, INT_MAX}, {-1e20f, 0.0f, INT_MIN}};
+    for (const Case& c : cases) {
+        EXPECT_EQ(compare(&c.a, &c.b), c.want) << c.a << " - " << c.b;
+    }
+}
+
+}  // namespace

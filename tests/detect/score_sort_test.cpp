@@ -1,0 +1,133 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <numeric>
+#include <random>
+#include <string>
+
+#include "detect/postprocess_calculator.h"
+#include "literal_postprocess.h"
+
+namespace {
+
+struct Distribution {
+    const char* name;
+    std::function<float(std::mt19937&, int i, int n)> value;
+};
+
+const float kInf = std::numeric_limits<float>::infinity();
+
+// Score patterns that stress the partition: few distinct values (as from a
+// dequantized network), runs, presorted and adversarial orders.
+const Distribution kDistributions[] = {
+    {"TwoLevels", [](std::mt19937& g, int, int) { return g() % 2 ? 1.5f : -0.5f; }},
+    {"FiveLevels", [](std::mt19937& g, int, int) { return -0.8473f + 0.25f * (g() % 5); }},
+    {"Quantized",
+     [](std::mt19937& g, int, int) { return (static_cast<int>(g() % 256) - 27) / 32.0f; }},
+    {"AllEqual", [](std::mt19937&, int, int) { return 0.25f; }},
+    {"Continuous",
+     [](std::mt19937& g, int, int) { return std::uniform_real_distribution<float>(-0.8f, 6)(g); }},
+    {"Ascending", [](std::mt19937&, int i, int) { return i * 0.01f; }},
+    {"Descending", [](std::mt19937&, int i, int) { return -i * 0.01f; }},
+    {"AscendingPairs", [](std::mt19937&, int i, int) { return static_cast<float>(i / 2); }},
+    {"OrganPipe",
+     [](std::mt19937&, int i, int n) { return static_cast<float>(std::min(i, n - i)); }},
+    {"Sawtooth", [](std::mt19937&, int i, int) { return static_cast<float>(i % 7); }},
+    {"MostlyEqualFewHigh",
+     [](std::mt19937& g, int, int) { return g() % 50 ? 0.0f : 1.0f + (g() % 3); }},
+    {"ZerosAndInfinities",
+     [](std::mt19937& g, int, int) {
+         const float v[] = {0.0f, -0.0f, kInf, -kInf, 1.0f};
+         return v[g() % 5];
+     }},
+};
+
+const int kSizes[] = {1, 2, 3, 7, 64, 65, 66, 130, 1000, 8525};
+
+void ExpectSameSort(std::vector<float> scores, int left, int right, const std::string& what) {
+    std::vector<int> order(scores.size());
+    std::iota(order.begin(), order.end(), 0);
+    std::vector<float> wantScores = scores;
+    std::vector<int> wantOrder = order;
+    const int want = literal::QuickSort(wantScores, left, right, wantOrder);
+
+    CodeDetectPostprocesCalculator calc;
+    const int got = calc.quickSortIndiceInverse(scores, left, right, order);
+    EXPECT_EQ(got, want) << what;
+    ASSERT_EQ(order, wantOrder) << what;
+    // Bit for bit, so that -0 and +0 land where the literal sort puts them.
+    EXPECT_EQ(std::memcmp(scores.data(), wantScores.data(), scores.size() * sizeof(float)), 0)
+        << what;
+}
+
+TEST(QuickSortIndiceInverse, SamePermutationAsLiteralPartitionSort) {
+    std::mt19937 rng(7);
+    for (const Distribution& d : kDistributions) {
+        for (int n : kSizes) {
+            std::vector<float> scores(n);
+            for (int i = 0; i < n; ++i) scores[i] = d.value(rng, i, n);
+            ExpectSameSort(scores, 0, n - 1, std::string(d.name) + " n=" + std::to_string(n));
+            if (n > 10) {
+                // A subrange leaves the rest alone.
+                ExpectSameSort(scores, n / 5, n - n / 7 - 1,
+                               std::string(d.name) + " sub n=" + std::to_string(n));
+            }
+        }
+    }
+}
+
+TEST(QuickSortIndiceInverse, RandomLengthsAndLevels) {
+    std::mt19937 rng(99);
+    for (int rep = 0; rep < 200; ++rep) {
+        const int n = 1 + static_cast<int>(rng() % 3000);
+        const int levels = 1 + static_cast<int>(rng() % 12);
+        std::vector<float> scores(n);
+        for (float& s : scores) s = static_cast<float>(rng() % levels);
+        ExpectSameSort(scores, 0, n - 1, "rep " + std::to_string(rep));
+    }
+}
+
+// Neither cursor ever steps over a NaN, so the partition could not finish:
+// such a range is left as it is.
+TEST(QuickSortIndiceInverse, RangeWithNaNIsLeftAlone) {
+    for (int n : {5, 70, 600}) {
+        std::vector<float> scores(n);
+        for (int i = 0; i < n; ++i) scores[i] = static_cast<float>(i % 4);
+        scores[n / 2] = std::numeric_limits<float>::quiet_NaN();
+        std::vector<int> order(n);
+        std::iota(order.begin(), order.end(), 0);
+        const std::vector<int> before = order;
+        EXPECT_EQ(CodeDetectPostprocesCalculator().quickSortIndiceInverse(scores, 1, n - 1, order),
+                  1);
+        EXPECT_EQ(order, before);
+        EXPECT_EQ(scores[n - 1], static_cast<float>((n - 1) % 4));
+    }
+}
+
+TEST(QuickSortIndiceInverse, EndsDescendingAndInStep) {
+    std::mt19937 rng(11);
+    std::vector<float> scores(5000);
+    for (float& s : scores) s = static_cast<float>(rng() % 40);
+    const std::vector<float> original = scores;
+    std::vector<int> order(scores.size());
+    std::iota(order.begin(), order.end(), 0);
+    CodeDetectPostprocesCalculator().quickSortIndiceInverse(scores, 0, 4999, order);
+    EXPECT_TRUE(std::is_sorted(scores.rbegin(), scores.rend()));
+    for (size_t i = 0; i < scores.size(); ++i) ASSERT_EQ(scores[i], original[order[i]]);
+}
+
+TEST(QuickSortIndiceInverse, RangeOutsideTheListsIsLeftAlone) {
+    std::vector<float> scores{3, 1, 2};
+    std::vector<int> order{0, 1, 2};
+    CodeDetectPostprocesCalculator calc;
+    EXPECT_EQ(calc.quickSortIndiceInverse(scores, 0, 3, order), 0);
+    EXPECT_EQ(calc.quickSortIndiceInverse(scores, -1, 2, order), -1);
+    EXPECT_EQ(calc.quickSortIndiceInverse(scores, 2, 1, order), 2);
+    EXPECT_EQ(scores, (std::vector<float>{3, 1, 2}));
+    EXPECT_EQ(order, (std::vector<int>{0, 1, 2}));
+}
+
+}  // namespace
