@@ -1,0 +1,48 @@
+#include "detect/code_detect_graph.h"
+#include "entry/qr_code_manager.h"
+#include "inference/code_detect.h"
+#include "platform/log.h"
+#include "scancode.h"
+
+CodeDetectInferenceCalculator::~CodeDetectInferenceCalculator() {
+    // Only a buffer that was never handed out is still ours (failed or
+    // cancelled frames); releasing it keeps those frames from leaking.
+    delete[] outputBuffer;
+}
+
+int CodeDetectInferenceCalculator::InferenceProcess(cv::Mat& frame, float*& output) {
+    const timeval start = TimeMark();
+    CodeDetectbase* detector = g_codeManager.getCodeDetectbase();
+    if (detector == nullptr) {
+        LOGE("CodeDetectionNelk is null");
+        return -1;
+    }
+    delete[] outputBuffer;
+    outputBuffer = new float[kCodeDetectOutputFloats];
+
+    ResizePaddingRegular(frame, g_codeManager.inputImg, 640, 640, 0);
+    float* inputData = reinterpret_cast<float*>(g_codeManager.inputImg.data);
+    if (inputData == nullptr) {
+        LOGE("code detect inputData is null");  // the detector's own result decides
+    }
+    LOGD("inputImg col is %d, row is %d, channel is %d, types is %d", g_codeManager.inputImg.cols,
+         g_codeManager.inputImg.rows, g_codeManager.inputImg.channels(),
+         g_codeManager.inputImg.type());
+
+    const int ret = detector->CodeDetect(inputData, outputBuffer, kCodeDetectOutputFloats);
+    LOGD("addr of outputBuffer is %p", static_cast<void*>(outputBuffer));
+    // The host may raise the flag from any thread; it is read once per frame.
+    if (__atomic_load_n(&g_cancelRun, __ATOMIC_RELAXED)) {
+        return -1;
+    }
+    if (ret != 0) {
+        LOGE("code detect error");
+        return -1;
+    }
+    output = outputBuffer;
+    outputBuffer = nullptr;
+    LOGD("addr of codeDetectOutBuff is %p", static_cast<void*>(output));
+    LOGD("code detect inference successful");
+    LogSyncTime("Time of InferenceProcess is ", start);
+    return 0;
+}
