@@ -89,6 +89,8 @@ class OutputMaps {
         for (int i = 0; i < 5; ++i) ScriptedAdapterSetOutput(i, maps_[i].data(), maps_[i].size());
     }
 
+    const std::vector<uint8_t>& map(int head) const { return maps_[head]; }
+
     static float Dequantize(int head, uint8_t q) {
         return static_cast<float>((static_cast<double>(q) + kHeads[head].zeroPoint) *
                                   static_cast<double>(kHeads[head].scale));
