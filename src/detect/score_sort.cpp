@@ -56,72 +56,94 @@ struct WalkingCursors {
     void Moved(int, float) {}
 };
 
-// The same cursor moves answered by a max/min tree over s[base .. base+size).
+// The same cursor moves, stepping over whole blocks of 32 scores at once when
+// the block's bounds show that the literal walk would step over every one.
 //
-// Invariant: every node holds the exact max/min of the current scores below it
-// at positions that are still to be sorted. Positions that are done (pivots in
-// their final place, short ranges finished by walking) are not written back, so
-// nodes spanning them may hold stale values; such a node can only over-state
-// its max and under-state its min for the positions a query asks about, which
-// costs an extra descent but never hides an answer. Nodes lying wholly inside a
-// queried range cover only positions still to be sorted and are exact.
-class TreeCursors {
+// Each block keeps an upper bound of its scores' max and a lower bound of
+// their min. A move into a block only widens them; a block scanned in full
+// without a stop gets its exact bounds back. Only blocks lying wholly inside
+// the walked range are skipped or tightened, and those hold nothing but
+// positions still to be sorted, each written through Moved, so their bounds
+// are valid. Positions that are done (pivots in their final place, short
+// ranges finished by the plain walk) are never walked again.
+class BlockCursors {
   public:
-    TreeCursors(const float* s, int base, int size) : base_(base) {
-        leaves_ = 1;
-        while (leaves_ < size) leaves_ *= 2;
-        hi_.assign(2 * leaves_, -std::numeric_limits<float>::infinity());
-        lo_.assign(2 * leaves_, std::numeric_limits<float>::infinity());
-        std::copy(s + base, s + base + size, hi_.begin() + leaves_);
-        std::copy(s + base, s + base + size, lo_.begin() + leaves_);
-        for (int k = leaves_ - 1; k >= 1; --k) {
-            hi_[k] = std::max(hi_[2 * k], hi_[2 * k + 1]);
-            lo_[k] = std::min(lo_[2 * k], lo_[2 * k + 1]);
-        }
+    static constexpr int kShift = 5;
+    static constexpr int kBlock = 1 << kShift;
+
+    BlockCursors(const float* s, int base, int size) : s_(s), base_(base), end_(base + size) {
+        const int blocks = (size + kBlock - 1) >> kShift;
+        hi_.resize(blocks);
+        lo_.resize(blocks);
+        for (int b = 0; b < blocks; ++b) Tighten(b);
     }
 
-    // Rightmost index in (low, high] with s > key, else low.
-    int DownToAbove(int low, int high, float key) const {
-        if (low >= high) return high;
-        const int found = RightmostAbove(1, 0, leaves_ - 1, low + 1 - base_, high - base_, key);
-        return found < 0 ? low : found + base_;
-    }
-    // Leftmost index in [low, high) with s < key, else high.
-    int UpToBelow(int low, int high, float key) const {
-        if (low >= high) return low;
-        const int found = LeftmostBelow(1, 0, leaves_ - 1, low - base_, high - 1 - base_, key);
-        return found < 0 ? high : found + base_;
-    }
-    void Moved(int pos, float value) {
-        int k = leaves_ + pos - base_;
-        hi_[k] = lo_[k] = value;
-        for (k /= 2; k >= 1; k /= 2) {
-            const float hi = std::max(hi_[2 * k], hi_[2 * k + 1]);
-            const float lo = std::min(lo_[2 * k], lo_[2 * k + 1]);
-            if (hi == hi_[k] && lo == lo_[k]) break;  // ancestors unchanged too
-            hi_[k] = hi;
-            lo_[k] = lo;
+    // while (low < high && s[high] <= key) --high;
+    int DownToAbove(int low, int high, float key) {
+        int i = high;
+        while (i > low) {
+            const int rel = i - base_;
+            const int blk = rel >> kShift;
+            const int first = i - (kBlock - 1);
+            if ((rel & (kBlock - 1)) == kBlock - 1 && first > low) {
+                if (!(hi_[blk] > key)) {
+                    i = first - 1;
+                    continue;
+                }
+                for (; i >= first; --i) {
+                    if (!(s_[i] <= key)) return i;
+                }
+                Tighten(blk);
+                continue;
+            }
+            if (!(s_[i] <= key)) return i;
+            --i;
         }
+        return low;
+    }
+
+    // while (low < high && s[low] >= key) ++low;
+    int UpToBelow(int low, int high, float key) {
+        int i = low;
+        while (i < high) {
+            const int rel = i - base_;
+            const int blk = rel >> kShift;
+            const int last = i + (kBlock - 1);
+            if ((rel & (kBlock - 1)) == 0 && last < high) {
+                if (!(lo_[blk] < key)) {
+                    i = last + 1;
+                    continue;
+                }
+                for (; i <= last; ++i) {
+                    if (!(s_[i] >= key)) return i;
+                }
+                Tighten(blk);
+                continue;
+            }
+            if (!(s_[i] >= key)) return i;
+            ++i;
+        }
+        return high;
+    }
+
+    void Moved(int pos, float value) {
+        const int blk = (pos - base_) >> kShift;
+        hi_[blk] = std::max(hi_[blk], value);
+        lo_[blk] = std::min(lo_[blk], value);
     }
 
   private:
-    int RightmostAbove(int node, int nl, int nr, int a, int b, float key) const {
-        if (nr < a || nl > b || !(hi_[node] > key)) return -1;
-        if (nl == nr) return nl;
-        const int mid = (nl + nr) / 2;
-        const int r = RightmostAbove(2 * node + 1, mid + 1, nr, a, b, key);
-        return r >= 0 ? r : RightmostAbove(2 * node, nl, mid, a, b, key);
-    }
-    int LeftmostBelow(int node, int nl, int nr, int a, int b, float key) const {
-        if (nr < a || nl > b || !(lo_[node] < key)) return -1;
-        if (nl == nr) return nl;
-        const int mid = (nl + nr) / 2;
-        const int l = LeftmostBelow(2 * node, nl, mid, a, b, key);
-        return l >= 0 ? l : LeftmostBelow(2 * node + 1, mid + 1, nr, a, b, key);
+    void Tighten(int blk) {
+        const float* first = s_ + base_ + (blk << kShift);
+        const float* last = std::min(first + kBlock, s_ + end_);
+        const auto range = std::minmax_element(first, last);
+        lo_[blk] = *range.first;
+        hi_[blk] = *range.second;
     }
 
+    const float* s_;
     int base_;
-    int leaves_;
+    int end_;
     std::vector<float> hi_;
     std::vector<float> lo_;
 };
@@ -213,6 +235,6 @@ int CodeDetectPostprocesCalculator::quickSortIndiceInverse(std::vector<float>& s
     int* o = order.data();
     if (std::any_of(s + left, s + right + 1, [](float v) { return std::isnan(v); })) return left;
     if (right - left < kWalkedRangeMax) return SortWalking(s, o, left, right);
-    TreeCursors tree(s, left, right - left + 1);
-    return SortRange(s, o, left, right, tree, kWalkedRangeMax);
+    BlockCursors blocks(s, left, right - left + 1);
+    return SortRange(s, o, left, right, blocks, kWalkedRangeMax);
 }
