@@ -9,15 +9,16 @@
 // never move. Taken literally that is quadratic whenever partitions end far
 // from the middle, which many equal scores make routine: a frame where all
 // 8525 cells pass with a handful of distinct dequantized logits costs tens of
-// millions of steps. Two changes keep the result identical and the cost near
-// n log^2 n:
+// millions of steps. Two changes keep the result identical and the cost close
+// to that of a balanced sort:
 //
 //  - A cursor walk only looks for the nearest index in a range whose score is
-//    above (right cursor) or below (left cursor) the pivot. A max/min tree over
-//    the scores answers that in O(log n) instead of walking, and the partition
-//    then makes exactly the same assignments in the same order. The number of
-//    assignments per partition is at most twice the smaller side plus one, so
-//    their total is O(n log n).
+//    above (right cursor) or below (left cursor) the pivot. Bounds kept per
+//    block of scores, with a tree over the blocks, let a walk jump over every
+//    block that cannot stop it, and the partition then makes exactly the same
+//    assignments in the same order. The number of assignments per partition
+//    is at most twice the smaller side plus one, so their total is
+//    O(n log n); long walks no longer cost their length.
 //  - The two sides of a partition are disjoint and each side's result depends
 //    only on its own contents, so they are sorted from an explicit stack,
 //    smaller side first, instead of by recursion that can go n deep.
@@ -36,7 +37,7 @@
 namespace {
 
 // Ranges up to this length are partitioned by walking: the walk is cheaper
-// than tree upkeep there, and its worst case is bounded by the square of it.
+// than block upkeep there, and its worst case is bounded by the square of it.
 constexpr int kWalkedRangeMax = 64;
 
 // Cursor moves of the literal algorithm.
@@ -56,95 +57,161 @@ struct WalkingCursors {
     void Moved(int, float) {}
 };
 
-// The same cursor moves, stepping over whole blocks of 32 scores at once when
-// the block's bounds show that the literal walk would step over every one.
+// The same cursor moves, stepping over whole blocks of 32 scores when their
+// bounds show that the literal walk would step over every one of them.
 //
-// Each block keeps an upper bound of its scores' max and a lower bound of
-// their min. A move into a block only widens them; a block scanned in full
-// without a stop gets its exact bounds back. Only blocks lying wholly inside
-// the walked range are skipped or tightened, and those hold nothing but
-// positions still to be sorted, each written through Moved, so their bounds
-// are valid. Positions that are done (pivots in their final place, short
-// ranges finished by the plain walk) are never walked again.
+// Each block has an upper bound of its scores' max and a lower bound of their
+// min, and a binary tree over the blocks holds bounds of its subtrees, so the
+// nearest block that may stop a cursor is found in O(log n) however far away
+// it lies. A move into a block only widens the bounds on its path (usually
+// stopping at once); a block scanned in full without a stop gets exact bounds
+// again. Blocks only partly inside the walked range are walked unless their
+// bounds rule a stop out; only blocks wholly inside it are skipped by the tree
+// or tightened. Bounds hold for every position still to be sorted, as each
+// write to one goes through Moved; positions that are done (pivots in their
+// final place, short ranges finished by the plain walk) are never walked
+// again, and stale bounds of blocks containing them only over-state.
 class BlockCursors {
   public:
-    static constexpr int kShift = 5;
-    static constexpr int kBlock = 1 << kShift;
-
     BlockCursors(const float* s, int base, int size) : s_(s), base_(base), end_(base + size) {
         const int blocks = (size + kBlock - 1) >> kShift;
-        hi_.resize(blocks);
-        lo_.resize(blocks);
-        for (int b = 0; b < blocks; ++b) Tighten(b);
+        leaves_ = 1;
+        while (leaves_ < blocks) leaves_ *= 2;
+        hi_.assign(2 * leaves_, -std::numeric_limits<float>::infinity());
+        lo_.assign(2 * leaves_, std::numeric_limits<float>::infinity());
+        for (int b = 0; b < blocks; ++b) ExactLeaf(b);
+        for (int k = leaves_ - 1; k >= 1; --k) Pull(k);
     }
 
     // while (low < high && s[high] <= key) --high;
     int DownToAbove(int low, int high, float key) {
-        int i = high;
-        while (i > low) {
-            const int rel = i - base_;
-            const int blk = rel >> kShift;
-            const int first = i - (kBlock - 1);
-            if ((rel & (kBlock - 1)) == kBlock - 1 && first > low) {
-                if (!(hi_[blk] > key)) {
-                    i = first - 1;
-                    continue;
-                }
-                for (; i >= first; --i) {
-                    if (!(s_[i] <= key)) return i;
-                }
-                Tighten(blk);
-                continue;
-            }
-            if (!(s_[i] <= key)) return i;
-            --i;
+        if (low >= high) return high;
+        // Most walks stop within a few steps; those need no bookkeeping.
+        for (const int plain = std::max(low, high - kPlainSteps); high > plain; --high) {
+            if (!(s_[high] <= key)) return high;
         }
-        return low;
+        if (high == low) return low;
+        const int first = low + 1;  // the walk covers first .. high, downward
+        const int top = BlockOf(high);
+        const int bottom = BlockOf(first);
+        int found = WalkDown(std::max(first, BlockStart(top)), high, top, key);
+        if (found >= 0 || top == bottom) return found >= 0 ? found : low;
+        for (int b = top - 1; b > bottom; --b) {
+            if (!(hi_[leaves_ + b] > key)) {
+                // Ask the tree for the next block that may stop the walk.
+                b = b - 1 > bottom ? RightmostAbove(1, 0, leaves_ - 1, bottom + 1, b - 1, key) : -1;
+                if (b < 0) break;
+            }
+            found = WalkDown(BlockStart(b), BlockStart(b + 1) - 1, b, key);
+            if (found >= 0) return found;
+            Tighten(b);
+        }
+        found = WalkDown(first, BlockStart(bottom + 1) - 1, bottom, key);
+        return found >= 0 ? found : low;
     }
 
     // while (low < high && s[low] >= key) ++low;
     int UpToBelow(int low, int high, float key) {
-        int i = low;
-        while (i < high) {
-            const int rel = i - base_;
-            const int blk = rel >> kShift;
-            const int last = i + (kBlock - 1);
-            if ((rel & (kBlock - 1)) == 0 && last < high) {
-                if (!(lo_[blk] < key)) {
-                    i = last + 1;
-                    continue;
-                }
-                for (; i <= last; ++i) {
-                    if (!(s_[i] >= key)) return i;
-                }
-                Tighten(blk);
-                continue;
-            }
-            if (!(s_[i] >= key)) return i;
-            ++i;
+        if (low >= high) return low;
+        for (const int plain = std::min(high, low + kPlainSteps); low < plain; ++low) {
+            if (!(s_[low] >= key)) return low;
         }
-        return high;
+        if (low == high) return high;
+        const int last = high - 1;  // the walk covers low .. last, upward
+        const int bottom = BlockOf(low);
+        const int top = BlockOf(last);
+        int found = WalkUp(low, std::min(last, BlockStart(bottom + 1) - 1), bottom, key);
+        if (found >= 0 || top == bottom) return found >= 0 ? found : high;
+        for (int b = bottom + 1; b < top; ++b) {
+            if (!(lo_[leaves_ + b] < key)) {
+                b = b + 1 < top ? LeftmostBelow(1, 0, leaves_ - 1, b + 1, top - 1, key) : -1;
+                if (b < 0) break;
+            }
+            found = WalkUp(BlockStart(b), BlockStart(b + 1) - 1, b, key);
+            if (found >= 0) return found;
+            Tighten(b);
+        }
+        found = WalkUp(BlockStart(top), last, top, key);
+        return found >= 0 ? found : high;
     }
 
     void Moved(int pos, float value) {
-        const int blk = (pos - base_) >> kShift;
-        hi_[blk] = std::max(hi_[blk], value);
-        lo_[blk] = std::min(lo_[blk], value);
+        const int leaf = leaves_ + ((pos - base_) >> kShift);
+        // Parents bound their children, so widening stops at the first node
+        // that already covers the value.
+        for (int k = leaf; k >= 1 && !(hi_[k] >= value); k /= 2) hi_[k] = value;
+        for (int k = leaf; k >= 1 && !(lo_[k] <= value); k /= 2) lo_[k] = value;
     }
 
   private:
-    void Tighten(int blk) {
-        const float* first = s_ + base_ + (blk << kShift);
+    static constexpr int kShift = 5;
+    static constexpr int kBlock = 1 << kShift;
+    static constexpr int kPlainSteps = 8;
+
+    int BlockStart(int b) const { return base_ + (b << kShift); }
+    int BlockOf(int pos) const { return (pos - base_) >> kShift; }
+
+    // The literal walks over from..to of block b, unless the block's bounds
+    // show they would not stop there. Return the stop, or -1.
+    int WalkDown(int from, int to, int b, float key) const {
+        if (!(hi_[leaves_ + b] > key)) return -1;
+        for (int i = to; i >= from; --i) {
+            if (!(s_[i] <= key)) return i;
+        }
+        return -1;
+    }
+    int WalkUp(int from, int to, int b, float key) const {
+        if (!(lo_[leaves_ + b] < key)) return -1;
+        for (int i = from; i <= to; ++i) {
+            if (!(s_[i] >= key)) return i;
+        }
+        return -1;
+    }
+
+    void ExactLeaf(int b) {
+        const float* first = s_ + BlockStart(b);
         const float* last = std::min(first + kBlock, s_ + end_);
         const auto range = std::minmax_element(first, last);
-        lo_[blk] = *range.first;
-        hi_[blk] = *range.second;
+        lo_[leaves_ + b] = *range.first;
+        hi_[leaves_ + b] = *range.second;
+    }
+    // Returns whether the node's bounds changed.
+    bool Pull(int k) {
+        const float hi = std::max(hi_[2 * k], hi_[2 * k + 1]);
+        const float lo = std::min(lo_[2 * k], lo_[2 * k + 1]);
+        const bool changed = hi != hi_[k] || lo != lo_[k];
+        hi_[k] = hi;
+        lo_[k] = lo;
+        return changed;
+    }
+    void Tighten(int b) {
+        ExactLeaf(b);
+        for (int k = (leaves_ + b) / 2; k >= 1 && Pull(k); k /= 2) {
+        }
+    }
+
+    // Rightmost block in [a, b] whose bounds allow a score above key, or -1.
+    int RightmostAbove(int node, int nl, int nr, int a, int b, float key) const {
+        if (nr < a || nl > b || !(hi_[node] > key)) return -1;
+        if (nl == nr) return nl;
+        const int mid = (nl + nr) / 2;
+        const int r = RightmostAbove(2 * node + 1, mid + 1, nr, a, b, key);
+        return r >= 0 ? r : RightmostAbove(2 * node, nl, mid, a, b, key);
+    }
+    // Leftmost block in [a, b] whose bounds allow a score below key, or -1.
+    int LeftmostBelow(int node, int nl, int nr, int a, int b, float key) const {
+        if (nr < a || nl > b || !(lo_[node] < key)) return -1;
+        if (nl == nr) return nl;
+        const int mid = (nl + nr) / 2;
+        const int l = LeftmostBelow(2 * node, nl, mid, a, b, key);
+        return l >= 0 ? l : LeftmostBelow(2 * node + 1, mid + 1, nr, a, b, key);
     }
 
     const float* s_;
     int base_;
     int end_;
-    std::vector<float> hi_;
+    int leaves_;
+    std::vector<float> hi_;  // node 1 is the root, leaves_ + b is block b
     std::vector<float> lo_;
 };
 
