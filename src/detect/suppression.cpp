@@ -12,13 +12,15 @@
 //
 // Why the grid cannot miss a pair: CalculateOverlap > threshold >= 0 needs a
 // positive intersection, hence float(min(xmax0, xmax1) - max(xmin0, xmin1))
-// > -1, hence (rounding being monotone and -2 representable) the exact
-// difference is > -2, i.e. the intervals [xmin, xmax + 2] of the two boxes
-// meet; likewise in y. Each box is registered under the grid cells its widened
-// interval covers through a monotone coordinate-to-cell map, so two widened
-// intervals that meet share a cell. Boxes with non-finite or very large
-// coordinates, and boxes covering many cells, skip the grid and are tested
-// against everything.
+// > -1, hence (rounding being monotone and -1.5 representable) the exact
+// difference is > -1.5: xmin1 < xmax0 + 1.5 and xmin0 < xmax1 + 1.5, likewise
+// in y. Tests and intervals use a margin of 2 added in double; at the
+// coordinates allowed on the grid the rounding of that addition is far below
+// the 0.5 of slack. Each box is registered under the grid cells its widened
+// interval [xmin, xmax + 2] covers through a monotone coordinate-to-cell map,
+// so two boxes that may overlap share a cell. Boxes with non-finite or very
+// large coordinates, and boxes covering many cells, skip the grid and are
+// tested against everything.
 #include <algorithm>
 #include <cmath>
 #include <vector>
@@ -37,7 +39,7 @@ constexpr int kMaxGridSide = 128;
 // A kept box covering more cells than this is tested against every candidate
 // instead of being registered cell by cell.
 constexpr int kMaxCellsPerBox = 64;
-// Coordinates within this magnitude make the widened bounds exact in double.
+// Coordinates within this magnitude go on the grid.
 constexpr double kGridCoordMax = 1 << 20;
 
 struct Span {
@@ -67,9 +69,8 @@ Interval Widened(float start, float end) {
     return {std::min(a, b), std::max(a, b)};
 }
 
-// The necessary condition above, for two boxes on the grid: their widened
-// intervals meet in both axes. Exact in double at grid coordinates, it spares
-// the overlap computation for neighbours that are clearly apart.
+// The necessary condition above, for two boxes on the grid; it spares the
+// overlap computation for neighbours that are clearly apart.
 bool MayTouch(const Span& a, const Span& b) {
     return static_cast<double>(b.x0) < static_cast<double>(a.x1) + 2.0 &&
            static_cast<double>(a.x0) < static_cast<double>(b.x1) + 2.0 &&
