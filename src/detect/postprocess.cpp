@@ -73,6 +73,7 @@ int CodeDetectPostprocesCalculator::process(float* head, int gridRows, int gridC
     const int half = stride / 2;
     int count = 0;
     for (int r = 0; r < gridRows; ++r) {
+        // Rows are gridRows cells apart: every head is square.
         const float* row = head + static_cast<size_t>(r) * gridRows * kValuesPerCell;
         const float cy = static_cast<float>(half + r * stride);
         auto keep = [&](int c) {
