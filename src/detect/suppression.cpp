@@ -12,13 +12,15 @@
 //
 // Why the grid cannot miss a pair: CalculateOverlap > threshold >= 0 needs a
 // positive intersection, hence float(min(xmax0, xmax1) - max(xmin0, xmin1))
-// > -1, hence (rounding being monotone and -2 representable) the exact
-// difference is > -2, i.e. the intervals [xmin, xmax + 2] of the two boxes
-// meet; likewise in y. Each box is registered under the grid cells its widened
-// interval covers through a monotone coordinate-to-cell map, so two widened
-// intervals that meet share a cell. Boxes with non-finite or very large
-// coordinates, and boxes covering many cells, skip the grid and are tested
-// against everything.
+// > -1, hence (rounding being monotone and -1.5 representable) the exact
+// difference is > -1.5: xmin1 < xmax0 + 1.5 and xmin0 < xmax1 + 1.5, likewise
+// in y. Tests and intervals use a margin of 2 added in double; at the
+// coordinates allowed on the grid the rounding of that addition is far below
+// the 0.5 of slack. Each box is registered under the grid cells its widened
+// interval [xmin, xmax + 2] covers through a monotone coordinate-to-cell map,
+// so two boxes that may overlap share a cell. Boxes with non-finite or very
+// large coordinates, and boxes covering many cells, skip the grid and are
+// tested against everything.
 #include <algorithm>
 #include <cmath>
 #include <vector>
@@ -30,11 +32,14 @@ namespace {
 // Lists up to this length use the double loop directly.
 constexpr int kPairwiseCountMax = 64;
 
-constexpr int kGridSide = 32;
+// Cells per grid side: about one kept box per cell when boxes are small and
+// spread, within bounds that keep the grid cheap to set up.
+constexpr int kMinGridSide = 16;
+constexpr int kMaxGridSide = 128;
 // A kept box covering more cells than this is tested against every candidate
 // instead of being registered cell by cell.
 constexpr int kMaxCellsPerBox = 64;
-// Coordinates within this magnitude make the widened bounds exact in double.
+// Coordinates within this magnitude go on the grid.
 constexpr double kGridCoordMax = 1 << 20;
 
 struct Span {
@@ -64,13 +69,23 @@ Interval Widened(float start, float end) {
     return {std::min(a, b), std::max(a, b)};
 }
 
+// The necessary condition above, for two boxes on the grid; it spares the
+// overlap computation for neighbours that are clearly apart.
+bool MayTouch(const Span& a, const Span& b) {
+    return static_cast<double>(b.x0) < static_cast<double>(a.x1) + 2.0 &&
+           static_cast<double>(a.x0) < static_cast<double>(b.x1) + 2.0 &&
+           static_cast<double>(b.y0) < static_cast<double>(a.y1) + 2.0 &&
+           static_cast<double>(a.y0) < static_cast<double>(b.y1) + 2.0;
+}
+
 // Monotone map from a coordinate to a grid column or row.
 struct Axis {
     double origin = 0.0;
     double scale = 0.0;
+    double last = 0.0;  // highest cell index
     int Cell(double v) const {
         const double c = std::floor((v - origin) * scale);
-        return static_cast<int>(std::min(std::max(c, 0.0), double(kGridSide - 1)));
+        return static_cast<int>(std::min(std::max(c, 0.0), last));
     }
 };
 
@@ -98,9 +113,11 @@ class KeptGrid {
             y1 = any ? std::max(y1, iy.hi) : iy.hi;
             any = true;
         }
-        x_ = {x0, x1 > x0 ? kGridSide / (x1 - x0) : 0.0};
-        y_ = {y0, y1 > y0 ? kGridSide / (y1 - y0) : 0.0};
-        std::fill(std::begin(head_), std::end(head_), -1);
+        side_ = std::clamp(static_cast<int>(std::sqrt(static_cast<double>(count))), kMinGridSide,
+                           kMaxGridSide);
+        x_ = {x0, x1 > x0 ? side_ / (x1 - x0) : 0.0, side_ - 1.0};
+        y_ = {y0, y1 > y0 ? side_ / (y1 - y0) : 0.0, side_ - 1.0};
+        head_.assign(static_cast<size_t>(side_) * side_, -1);
         kept_.reserve(count);
         seen_.reserve(count);
     }
@@ -124,11 +141,11 @@ class KeptGrid {
         const CellRange cr = CellsOf(s);
         for (int r = cr.r0; r <= cr.r1; ++r) {
             for (int c = cr.c0; c <= cr.c1; ++c) {
-                for (int e = head_[r * kGridSide + c]; e >= 0; e = entries_[e].next) {
+                for (int e = head_[r * side_ + c]; e >= 0; e = entries_[e].next) {
                     const int k = entries_[e].kept;
                     if (seen_[k] == stamp) continue;
                     seen_[k] = stamp;
-                    if (hit(kept_[k])) return true;
+                    if (MayTouch(kept_[k], s) && hit(kept_[k])) return true;
                 }
             }
         }
@@ -150,7 +167,7 @@ class KeptGrid {
         const CellRange cr = CellsOf(s);
         for (int r = cr.r0; r <= cr.r1; ++r) {
             for (int c = cr.c0; c <= cr.c1; ++c) {
-                int& head = head_[r * kGridSide + c];
+                int& head = head_[r * side_ + c];
                 entries_.push_back({head, k});
                 head = static_cast<int>(entries_.size()) - 1;
             }
@@ -162,8 +179,9 @@ class KeptGrid {
         int next;
         int kept;
     };
+    int side_;
     Axis x_, y_;
-    int head_[kGridSide * kGridSide];
+    std::vector<int> head_;  // first entry of each cell, row by row
     std::vector<Entry> entries_;
     std::vector<Span> kept_;
     std::vector<int> seen_;      // last query that tested each kept box

@@ -300,7 +300,10 @@ TEST(PostProcess, MatchesLiteralAlgorithmOnRandomFrames) {
     const Mix mixes[] = {{0.005, 0, 2.5f}, {0.05, 3, 2.0f}, {0.3, 4, 1.0f}, {1.0, 2, 0.0f},
                          {1.0, 5, 1.5f},   {1.0, 1, -1.0f}, {1.0, 0, 0.5f}, {0.7, 8, 3.0f}};
     for (const Mix& mix : mixes) {
-        for (int rep = 0; rep < 2; ++rep) {
+        // Frames where every cell passes are slow for the literal algorithm;
+        // one of each is enough.
+        const int reps = mix.passing < 1.0 ? 2 : 1;
+        for (int rep = 0; rep < reps; ++rep) {
             OutputBuffer buffer;
             std::uniform_real_distribution<float> unit(0.0f, 1.0f);
             std::normal_distribution<float> logDist(mix.logSize, 0.6f);
@@ -317,8 +320,9 @@ TEST(PostProcess, MatchesLiteralAlgorithmOnRandomFrames) {
                     }
                 }
             }
-            const int cols = rep ? 640 : 1920;
-            const int rows = rep ? 640 : 1080;
+            const bool square = (rep + (&mix - mixes)) % 2;
+            const int cols = square ? 640 : 1920;
+            const int rows = square ? 640 : 1080;
             const literal::Result want = literal::PostProcess(cols, rows, buffer.data());
             LogCapture logs;
             const Outcome got = Decode(buffer, cols, rows);
