@@ -2,12 +2,14 @@
 # Installs the Debian 12 packages scancode needs, only those missing.
 #   scripts/setup.sh test   build, tests, benchmarks
 #   scripts/setup.sh run    the command-line tool with the reference adapter
+#   scripts/setup.sh eval   QR-free natural pictures for the detection evaluation
 #   scripts/setup.sh arm64  cross build for Linux aarch64, tests under qemu
 set -euo pipefail
 
 build=(cmake make g++ binutils libopencv-core-dev libopencv-imgproc-dev)
 test=(libgtest-dev libgmock-dev libbenchmark-dev libyuv-dev libqrencode-dev libzxing-dev)
 run=(libopencv-dnn-dev libopencv-imgcodecs-dev libopencv-videoio-dev)
+eval=(python3-skimage gnome-backgrounds)
 arm64=(g++-aarch64-linux-gnu qemu-user libopencv-core-dev:arm64 libopencv-imgproc-dev:arm64
        libgtest-dev:arm64 libgmock-dev:arm64 libyuv-dev:arm64 libqrencode-dev:arm64
        libzxing-dev:arm64)
@@ -17,6 +19,7 @@ for group in "$@"; do
   case "$group" in
     test) want+=("${test[@]}" "${run[@]}") ;;
     run) want+=("${run[@]}") ;;
+    eval) want+=("${eval[@]}") ;;
     arm64)
       # arm64 packages install beside the native ones (multiarch).
       dpkg --print-foreign-architectures | grep -qx arm64 || dpkg --add-architecture arm64
