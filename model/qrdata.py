@@ -29,8 +29,9 @@ def rgb_to_nv21(rgb):
     f = rgb.astype(np.int32)
     r, g, b = f[..., 0], f[..., 1], f[..., 2]
     y = np.clip(16 + ((66 * r + 129 * g + 25 * b + 128) >> 8), 0, 255).astype(np.uint8)
-    sub = rgb.reshape(h // 2, 2, w // 2, 2, 3).astype(np.int32).sum(axis=(1, 3))
-    sub = (sub + 2) >> 2
+    f16 = rgb.astype(np.uint16)
+    sub = (f16[0::2, 0::2] + f16[0::2, 1::2] + f16[1::2, 0::2] + f16[1::2, 1::2] + 2) >> 2
+    sub = sub.astype(np.int32)
     r, g, b = sub[..., 0], sub[..., 1], sub[..., 2]
     v = np.clip(128 + ((112 * r - 94 * g - 18 * b + 128) >> 8), 0, 255)
     u = np.clip(128 + ((-38 * r - 74 * g + 112 * b + 128) >> 8), 0, 255)
@@ -235,25 +236,32 @@ def distractor(rng, size):
 
 
 def lighting(rng, img):
-    h, w = img.shape[:2]
-    f = img.astype(np.float32)
+    """Gain gradient, soft shadow edge and glare, all smooth: computed on a coarse
+    grid and resized to the frame."""
+    fh, fw = img.shape[:2]
+    h, w = fh // 8, fw // 8
+    gain = np.ones((h, w), np.float32)
+    glare = np.zeros((h, w), np.float32)
     yy, xx = np.mgrid[0:h, 0:w].astype(np.float32)
     if rng.random() < 0.7:  # gain gradient
         ang = rng.uniform(0, 2 * math.pi)
         ramp = (xx * math.cos(ang) + yy * math.sin(ang)) / max(w, h)
         ramp -= ramp.min()
         lo, hi = rng.uniform(0.35, 1.0), rng.uniform(0.9, 1.35)
-        f *= (lo + (hi - lo) * ramp / max(ramp.max(), 1e-6))[..., None]
+        gain *= lo + (hi - lo) * ramp / max(ramp.max(), 1e-6)
     if rng.random() < 0.3:  # soft shadow edge
         ang = rng.uniform(0, 2 * math.pi)
         d = (xx - rng.uniform(0, w)) * math.cos(ang) + (yy - rng.uniform(0, h)) * math.sin(ang)
-        s = 1 / (1 + np.exp(np.clip(-d / rng.uniform(2, 60), -50, 50)))
-        f *= (1 - rng.uniform(0.2, 0.6) * s)[..., None]
+        s = 1 / (1 + np.exp(np.clip(-d / rng.uniform(0.3, 8), -50, 50)))
+        gain *= 1 - rng.uniform(0.2, 0.6) * s
     if rng.random() < 0.35:  # glare
         for _ in range(int(rng.integers(1, 3))):
             cx, cy = rng.uniform(0, w), rng.uniform(0, h)
             r = rng.uniform(0.03, 0.3) * max(w, h)
-            f += (rng.uniform(60, 230) * np.exp(-((xx - cx) ** 2 + (yy - cy) ** 2) / (2 * r * r)))[..., None]
+            glare += rng.uniform(60, 230) * np.exp(-((xx - cx) ** 2 + (yy - cy) ** 2) / (2 * r * r))
+    gain = cv2.resize(gain, (fw, fh), interpolation=cv2.INTER_LINEAR)
+    glare = cv2.resize(glare, (fw, fh), interpolation=cv2.INTER_LINEAR)
+    f = img.astype(np.float32) * gain[..., None] + glare[..., None]
     return f.clip(0, 255).astype(np.uint8)
 
 
