@@ -4,6 +4,7 @@
 #   scripts/setup.sh run    the command-line tool with the reference adapter
 #   scripts/setup.sh eval   QR-free natural pictures for the detection evaluation
 #   scripts/setup.sh arm64  cross build for Linux aarch64, tests under qemu
+#   scripts/setup.sh train  training and evaluating the detector (model/)
 set -euo pipefail
 
 build=(cmake make g++ binutils libopencv-core-dev libopencv-imgproc-dev)
@@ -13,6 +14,7 @@ eval=(python3-skimage gnome-backgrounds)
 arm64=(g++-aarch64-linux-gnu qemu-user libopencv-core-dev:arm64 libopencv-imgproc-dev:arm64
        libgtest-dev:arm64 libgmock-dev:arm64 libyuv-dev:arm64 libqrencode-dev:arm64
        libzxing-dev:arm64)
+train=(python3-torch python3-opencv python3-numpy python3-segno)
 
 want=("${build[@]}")
 for group in "$@"; do
@@ -24,6 +26,7 @@ for group in "$@"; do
       # arm64 packages install beside the native ones (multiarch).
       dpkg --print-foreign-architectures | grep -qx arm64 || dpkg --add-architecture arm64
       want+=("${arm64[@]}") ;;
+    train) want+=("${train[@]}") ;;
     *) echo "setup.sh: unknown group '$group'" >&2; exit 2 ;;
   esac
 done

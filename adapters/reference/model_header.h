@@ -1,0 +1,53 @@
+// The model file the reference adapter reads: a fixed little-endian header, then
+// an ONNX graph. The header names the graph's input and outputs and gives each
+// output the 8-bit quantization the library dequantizes it with.
+//
+//   offset  size          content
+//   0       4             magic "SCQM"
+//   4       uint32        version, 1
+//   8       uint32        output count n (1 to 8)
+//   12      uint32        ONNX byte count
+//   16      char[16]      input name, NUL-padded
+//   32      n x 24        per output: char[16] name, float32 scale, int32 zero point
+//   32+24n  ONNX bytes
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace scanref {
+
+constexpr char kModelMagic[4] = {'S', 'C', 'Q', 'M'};
+constexpr uint32_t kModelVersion = 1;
+constexpr size_t kNameBytes = 16;
+constexpr size_t kFixedHeaderBytes = 32;
+constexpr size_t kOutputEntryBytes = kNameBytes + 8;
+constexpr uint32_t kMaxOutputs = 8;
+
+struct OutputSpec {
+    std::string name;
+    float scale = 1.0f;
+    int32_t zeroPoint = 0;  // added to the code before scaling: y = (q + zeroPoint) * scale
+};
+
+struct ModelHeader {
+    std::string inputName;
+    std::vector<OutputSpec> outputs;
+    size_t onnxSize = 0;
+
+    // Position of the output called `name`, or -1.
+    int FindOutput(const std::string& name) const;
+};
+
+// Parses and checks the header of a `size`-byte model file; on success the ONNX
+// graph starts at *onnxOffset. On failure `why` says what is wrong.
+bool ParseModelHeader(const unsigned char* data, size_t size, ModelHeader* header,
+                      size_t* onnxOffset, std::string* why);
+
+// The 8-bit code of each float: clamp(round(y / scale) - zeroPoint, 0, 255),
+// rounding halves to even as the training's simulated quantization does.
+void QuantizeOutput(const float* values, size_t count, const OutputSpec& spec, uint8_t* codes);
+
+}  // namespace scanref

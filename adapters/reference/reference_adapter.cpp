@@ -1,0 +1,304 @@
+// Reference neural-network adapter for hosts.
+//
+// It exports the eight functions the library looks up in the platform's adapter
+// and really runs the model, on the CPU through OpenCV's dnn module. The model
+// file is a small header (input name, output names and their 8-bit quantization)
+// followed by an ONNX graph taking the uint8 NHWC image and returning float NHWC
+// maps; see model/README.md. OpenCV computes quantize/dequantize nodes wrongly,
+// so the graph stays float and the adapter produces the 8-bit codes itself:
+// q = clamp(round(y / scale) - zeroPoint, 0, 255), which the library turns back
+// into (q + zeroPoint) * scale.
+//
+// Every failure returns a null handle or a non-zero status and prints one line
+// to stderr; nothing throws across this boundary.
+
+#include <opencv2/core.hpp>
+#include <opencv2/dnn.hpp>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "model_header.h"
+
+namespace {
+
+// Wire layouts of the records the library hands over (little-endian, 64-bit).
+constexpr size_t kTensorDimsOffset = 0;
+constexpr size_t kTensorRankOffset = 20;
+constexpr size_t kTensorNameOffset = 32;
+constexpr size_t kTensorIndexOffset = 40;
+constexpr size_t kModelNameOffset = 0;
+constexpr size_t kModelBufferOffset = 8;
+constexpr size_t kModelSizeOffset = 16;
+
+// Large enough for any detector map, small enough that a corrupt record cannot
+// make us allocate gigabytes.
+constexpr int64_t kMaxTensorBytes = 64 << 20;
+constexpr int kThreads = 2;
+
+template <typename T>
+T ReadField(const void* record, size_t offset) {
+    T value;
+    std::memcpy(&value, static_cast<const unsigned char*>(record) + offset, sizeof(T));
+    return value;
+}
+
+void Fail(const char* func, const std::string& why) {
+    std::fprintf(stderr, "scanref_adapter: %s: %s\n", func, why.c_str());
+}
+
+struct Manager {
+    cv::dnn::Net net;
+    bool loaded = false;
+    std::string modelName;
+    scanref::ModelHeader header;
+};
+
+enum class Role { kInput, kOutput };
+
+struct Tensor {
+    Manager* manager = nullptr;
+    Role role = Role::kInput;
+    int output = -1;  // position in the header's output list
+    int dims[4] = {0, 0, 0, 0};  // N, H, W, C
+    std::vector<uint8_t> data;
+};
+
+// Runs one forward pass and writes the quantized outputs into the tensors.
+int Run(Manager& m, Tensor& in, Tensor** outs, int outCount) {
+    const int shape[4] = {in.dims[0], in.dims[1], in.dims[2], in.dims[3]};
+    cv::Mat blob(4, shape, CV_8U, in.data.data());
+    m.net.setInput(blob, m.header.inputName);
+
+    std::vector<cv::String> names;
+    for (const auto& o : m.header.outputs) names.emplace_back(o.name);
+    std::vector<cv::Mat> results;
+    m.net.forward(results, names);
+    if (results.size() != names.size()) {
+        Fail("NNModelRun", "the network returned " + std::to_string(results.size()) + " outputs");
+        return -1;
+    }
+
+    for (int i = 0; i < outCount; ++i) {
+        Tensor& t = *outs[i];
+        const scanref::OutputSpec& spec = m.header.outputs[t.output];
+        cv::Mat y = results[t.output];
+        if (y.type() != CV_32F || !y.isContinuous() || y.total() != t.data.size()) {
+            Fail("NNModelRun", "output " + spec.name + " has " + std::to_string(y.total()) +
+                                   " values, its tensor " + std::to_string(t.data.size()));
+            return -1;
+        }
+        scanref::QuantizeOutput(y.ptr<float>(), y.total(), spec, t.data.data());
+    }
+    return 0;
+}
+
+}  // namespace
+
+#define SCANREF_EXPORT extern "C" __attribute__((visibility("default")))
+
+SCANREF_EXPORT void* NNModelManagerCreateWithConfig(const void* config) {
+    if (config == nullptr) {
+        Fail("NNModelManagerCreateWithConfig", "null configuration");
+        return nullptr;
+    }
+    cv::setNumThreads(kThreads);
+    return new (std::nothrow) Manager();
+}
+
+SCANREF_EXPORT int NNModelLoadFromBuffer(void* manager, const void* descriptor, int count) {
+    const char* func = "NNModelLoadFromBuffer";
+    if (manager == nullptr || descriptor == nullptr) {
+        Fail(func, "null manager or descriptor");
+        return -1;
+    }
+    if (count != 1) {
+        Fail(func, "expected one model descriptor, got " + std::to_string(count));
+        return -1;
+    }
+    auto& m = *static_cast<Manager*>(manager);
+    const auto* name = ReadField<const char*>(descriptor, kModelNameOffset);
+    const auto* bytes = ReadField<const unsigned char*>(descriptor, kModelBufferOffset);
+    const auto size = ReadField<int32_t>(descriptor, kModelSizeOffset);
+    if (bytes == nullptr || size <= 0) {
+        Fail(func, "empty model buffer (size " + std::to_string(size) + ")");
+        return -1;
+    }
+    scanref::ModelHeader header;
+    std::string why;
+    size_t onnxOffset = 0;
+    if (!scanref::ParseModelHeader(bytes, static_cast<size_t>(size), &header, &onnxOffset, &why)) {
+        Fail(func, why);
+        return -1;
+    }
+    try {
+        // The library frees its buffer as soon as we return: OpenCV must own a copy.
+        std::vector<uchar> onnx(bytes + onnxOffset, bytes + onnxOffset + header.onnxSize);
+        cv::dnn::Net net = cv::dnn::readNetFromONNX(onnx);
+        if (net.empty()) {
+            Fail(func, "the ONNX graph holds no layers");
+            return -1;
+        }
+        for (const auto& o : header.outputs) {
+            if (net.getLayerId(o.name) < 0) {
+                Fail(func, "the graph has no output named " + o.name);
+                return -1;
+            }
+        }
+        net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
+        net.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
+        m.net = net;
+    } catch (const std::exception& e) {
+        Fail(func, std::string("cannot read the ONNX graph: ") + e.what());
+        return -1;
+    }
+    m.header = std::move(header);
+    m.modelName = name != nullptr ? name : "";
+    m.loaded = true;
+    return 0;
+}
+
+SCANREF_EXPORT int NNModelUnload(void* manager) {
+    if (manager == nullptr) {
+        Fail("NNModelUnload", "null manager");
+        return -1;
+    }
+    auto& m = *static_cast<Manager*>(manager);
+    if (!m.loaded) {
+        Fail("NNModelUnload", "no model loaded");
+        return -1;
+    }
+    m.net = cv::dnn::Net();
+    m.loaded = false;
+    return 0;
+}
+
+SCANREF_EXPORT void NNModelManagerDestroy(void* manager) { delete static_cast<Manager*>(manager); }
+
+SCANREF_EXPORT void* NNTensorBufferCreateWithConfig(void* manager, const void* config) {
+    const char* func = "NNTensorBufferCreateWithConfig";
+    if (manager == nullptr || config == nullptr) {
+        Fail(func, "null manager or configuration");
+        return nullptr;
+    }
+    auto& m = *static_cast<Manager*>(manager);
+    if (!m.loaded) {
+        Fail(func, "no model loaded");
+        return nullptr;
+    }
+    const auto rank = ReadField<int32_t>(config, kTensorRankOffset);
+    const auto* name = ReadField<const char*>(config, kTensorNameOffset);
+    const auto index = ReadField<int32_t>(config, kTensorIndexOffset);
+    if (name == nullptr) {
+        Fail(func, "tensor without a name");
+        return nullptr;
+    }
+    if (rank != 4) {
+        Fail(func, std::string("tensor ") + name + " has rank " + std::to_string(rank) + ", not 4");
+        return nullptr;
+    }
+    int dims[4];
+    int64_t bytes = 1;
+    for (int i = 0; i < 4; ++i) {
+        dims[i] = ReadField<int32_t>(config, kTensorDimsOffset + 4 * i);
+        if (dims[i] < 1 || (bytes *= dims[i]) > kMaxTensorBytes) {
+            Fail(func, std::string("bad dimensions for tensor ") + name);
+            return nullptr;
+        }
+    }
+
+    Role role;
+    int output = -1;
+    if (m.header.inputName == name) {
+        if (index != 0) {
+            Fail(func, "input tensor index " + std::to_string(index) + " (expected 0)");
+            return nullptr;
+        }
+        role = Role::kInput;
+    } else {
+        output = m.header.FindOutput(name);
+        if (output < 0) {
+            Fail(func, std::string("unknown tensor ") + name);
+            return nullptr;
+        }
+        if (index != output) {
+            Fail(func, std::string("tensor ") + name + " has index " + std::to_string(index) +
+                           ", the model's output is " + std::to_string(output));
+            return nullptr;
+        }
+        role = Role::kOutput;
+    }
+
+    auto* t = new (std::nothrow) Tensor();
+    if (t == nullptr) return nullptr;
+    try {
+        t->data.assign(static_cast<size_t>(bytes), 0);
+    } catch (const std::bad_alloc&) {
+        delete t;
+        Fail(func, "out of memory");
+        return nullptr;
+    }
+    t->manager = &m;
+    t->role = role;
+    t->output = output;
+    std::memcpy(t->dims, dims, sizeof(dims));
+    return t;
+}
+
+SCANREF_EXPORT void* NNTensorBufferGetData(void* tensor) {
+    if (tensor == nullptr) {
+        Fail("NNTensorBufferGetData", "null tensor");
+        return nullptr;
+    }
+    return static_cast<Tensor*>(tensor)->data.data();
+}
+
+SCANREF_EXPORT void NNTensorBufferDestroy(void* tensor) { delete static_cast<Tensor*>(tensor); }
+
+SCANREF_EXPORT int NNModelRun(void* manager, const char* modelName, void** inputs, int inputCount,
+                              void** outputs, int outputCount, int /*timeoutMs*/) {
+    const char* func = "NNModelRun";
+    if (manager == nullptr || inputs == nullptr || outputs == nullptr) {
+        Fail(func, "null manager or tensor list");
+        return -1;
+    }
+    auto& m = *static_cast<Manager*>(manager);
+    if (!m.loaded) {
+        Fail(func, "no model loaded");
+        return -1;
+    }
+    if (modelName == nullptr || m.modelName != modelName) {
+        Fail(func, std::string("unknown model ") + (modelName ? modelName : "(null)"));
+        return -1;
+    }
+    const int known = static_cast<int>(m.header.outputs.size());
+    if (inputCount != 1 || outputCount < 1 || outputCount > known) {
+        Fail(func, "expected 1 input and 1 to " + std::to_string(known) + " outputs, got " +
+                       std::to_string(inputCount) + " and " + std::to_string(outputCount));
+        return -1;
+    }
+    auto* in = static_cast<Tensor*>(inputs[0]);
+    if (in == nullptr || in->manager != &m || in->role != Role::kInput) {
+        Fail(func, "the input handle is not an input tensor of this model");
+        return -1;
+    }
+    std::vector<Tensor*> outs(outputCount);
+    for (int i = 0; i < outputCount; ++i) {
+        outs[i] = static_cast<Tensor*>(outputs[i]);
+        if (outs[i] == nullptr || outs[i]->manager != &m || outs[i]->role != Role::kOutput) {
+            Fail(func, "output handle " + std::to_string(i) + " is not an output tensor of this model");
+            return -1;
+        }
+    }
+    try {
+        return Run(m, *in, outs.data(), outputCount);
+    } catch (const std::exception& e) {
+        Fail(func, e.what());
+        return -1;
+    }
+}

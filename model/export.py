@@ -1,0 +1,82 @@
+"""Export trained weights to the model file the reference adapter loads.
+
+    /usr/bin/python3 model/export.py --ckpt model/ckpt/last.pt --out model/codeDetect_quantized.bin
+
+The file is a small header followed by an ONNX graph (layout in model/README.md):
+the graph takes the uint8 NHWC image and returns float NHWC maps; the header
+carries each output's name and 8-bit quantization so that the adapter can hand
+the library the codes it dequantizes.
+"""
+import argparse
+import io
+import os
+import struct
+import sys
+
+import torch
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import net as netmod  # noqa: E402
+
+MAGIC = b"SCQM"
+VERSION = 1
+NAME_LEN = 16
+
+
+def pack(onnx_bytes, input_name, outputs):
+    """outputs: list of (name, scale, zero point as the library adds it)."""
+    def name16(n):
+        raw = n.encode()
+        assert 0 < len(raw) < NAME_LEN
+        return raw.ljust(NAME_LEN, b"\0")
+
+    head = MAGIC + struct.pack("<III", VERSION, len(outputs), len(onnx_bytes)) + name16(input_name)
+    for name, scale, zp in outputs:
+        head += name16(name) + struct.pack("<fi", scale, zp)
+    return head + onnx_bytes
+
+
+def unpack(data):
+    """-> (input name, [(output name, scale, zero point)], ONNX bytes)"""
+    magic, (version, count, size) = data[:4], struct.unpack_from("<III", data, 4)
+    assert magic == MAGIC and version == VERSION
+    input_name = data[16:32].split(b"\0")[0].decode()
+    outs, off = [], 32
+    for _ in range(count):
+        name = data[off:off + NAME_LEN].split(b"\0")[0].decode()
+        scale, zp = struct.unpack_from("<fi", data, off + NAME_LEN)
+        outs.append((name, scale, zp))
+        off += NAME_LEN + 8
+    return input_name, outs, data[off:off + size]
+
+
+def onnx_bytes(model):
+    dep = netmod.Deployed(model).eval()
+    x = torch.zeros(1, 640, 640, 3, dtype=torch.uint8)
+    f = io.BytesIO()
+    torch.onnx.export(dep, x, f, input_names=[netmod.INPUT_NAME], output_names=netmod.OUTPUT_NAMES,
+                      opset_version=11, do_constant_folding=True)
+    return f.getvalue()
+
+
+def export(model, out):
+    data = pack(onnx_bytes(model), netmod.INPUT_NAME,
+                [(n, s, zp) for n, (zp, s) in zip(netmod.OUTPUT_NAMES, netmod.OUTPUT_QUANT)])
+    with open(out, "wb") as fh:
+        fh.write(data)
+    print(f"wrote {out}: {len(data)} bytes", flush=True)
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("--ckpt", required=True)
+    ap.add_argument("--out", required=True)
+    args = ap.parse_args()
+    model = netmod.QRDet()
+    model.load_state_dict(torch.load(args.ckpt)["model"])
+    model.eval()
+    export(model, args.out)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,128 @@
+"""The QR detection network and the fixed output quantization it is trained under.
+
+Five heads at strides 8, 16, 32, 64 and 128 give six values per cell: log distances
+from the cell centre to the left, top, right and bottom box edges in input pixels,
+a score logit and one unused value. Every output is read back through a fixed 8-bit
+quantization, y = (q + zp) * scale, so training sees the same rounding and clamping.
+"""
+import torch
+import torch.nn as nn
+import torch.nn.functional as F
+
+# (zero point as the library adds it, scale) per output, in output order.
+OUTPUT_QUANT = [
+    (-189, 0.06613318622112274),
+    (-221, 0.15657134354114532),
+    (-178, 0.07030908763408661),
+    (-168, 0.07131850719451904),
+    (-255, 0.0829123929142952),
+]
+OUTPUT_NAMES = ["outputs", "_306", "_328", "_350", "_372"]
+STRIDES = [8, 16, 32, 64, 128]
+INPUT_NAME = "inputs"
+
+
+def quant_range(i):
+    zp, scale = OUTPUT_QUANT[i]
+    return zp * scale, (255 + zp) * scale
+
+
+def fake_quant(y, zp, scale):
+    """Round-trip through the 8-bit output code. The clamp keeps its true gradient
+    (none outside the representable range, so nothing drifts past it); the rounding
+    passes the gradient straight through."""
+    yc = torch.clamp(y, zp * scale, (255 + zp) * scale)
+    q = torch.clamp(torch.round(yc / scale) - zp, 0, 255)
+    return yc + ((q + zp) * scale - yc).detach()
+
+
+def conv_bn(cin, cout, k=3, s=1, groups=1):
+    return nn.Sequential(nn.Conv2d(cin, cout, k, s, k // 2, groups=groups, bias=False), nn.BatchNorm2d(cout),
+                         nn.ReLU(inplace=True))
+
+
+class Block(nn.Module):
+    """Depthwise 3x3 then pointwise 1x1; residual when the shape is kept."""
+
+    def __init__(self, cin, cout, stride=1):
+        super().__init__()
+        self.dw = conv_bn(cin, cin, 3, stride, groups=cin)
+        self.pw = nn.Sequential(nn.Conv2d(cin, cout, 1, bias=False), nn.BatchNorm2d(cout))
+        self.res = stride == 1 and cin == cout
+
+    def forward(self, x):
+        y = self.pw(self.dw(x))
+        return F.relu(x + y) if self.res else F.relu(y)
+
+
+class Head(nn.Module):
+    def __init__(self, c):
+        super().__init__()
+        self.body = nn.Sequential(conv_bn(c, c, 3, groups=c), conv_bn(c, c, 1))
+        self.out = nn.Conv2d(c, 6, 1)
+
+    def forward(self, x):
+        return self.out(self.body(x))
+
+
+class QRDet(nn.Module):
+    """Returns the four trained heads (strides 8 to 64) as float NCHW maps."""
+
+    def __init__(self):
+        super().__init__()
+        # a 4x4 stride-4 patch layer: a 3x3 stride-2 layer over the full 640 x 640 input
+        # alone costs more than the whole budget allows in OpenCV's dnn
+        self.stem = nn.Sequential(nn.Conv2d(3, 32, 4, 4, 0, bias=False), nn.BatchNorm2d(32), nn.ReLU(inplace=True),
+                                  Block(32, 32))
+        self.s8 = nn.Sequential(Block(32, 48, 2), Block(48, 48), Block(48, 48))
+        self.s16 = nn.Sequential(Block(48, 80, 2), Block(80, 80), Block(80, 80))
+        self.s32 = nn.Sequential(Block(80, 112, 2), Block(112, 112), Block(112, 112))
+        self.s64 = nn.Sequential(Block(112, 128, 2), Block(128, 128), Block(128, 128))
+        # a little context from one level down helps the fine heads tell codes from clutter
+        self.lat8 = nn.Conv2d(80, 48, 1)
+        self.lat16 = nn.Conv2d(112, 80, 1)
+        self.heads = nn.ModuleList([Head(48), Head(80), Head(112), Head(128)])
+        with torch.no_grad():
+            # start near the typical log distance of each head's sizes and a low score
+            for h, d in zip(self.heads, [3.0, 3.7, 4.5, 5.1]):
+                h.out.bias.zero_()
+                h.out.bias[:4] = d
+                h.out.bias[4] = -4.0
+
+    def forward(self, x):
+        x = self.stem(x)
+        p8 = self.s8(x)
+        p16 = self.s16(p8)
+        p32 = self.s32(p16)
+        p64 = self.s64(p32)
+        f8 = p8 + F.interpolate(self.lat8(p16), scale_factor=2, mode="nearest")
+        f16 = p16 + F.interpolate(self.lat16(p32), scale_factor=2, mode="nearest")
+        return [self.heads[0](f8), self.heads[1](f16), self.heads[2](p32), self.heads[3](p64)], p64
+
+    def quantized(self, x):
+        outs, _ = self.forward(x)
+        return [fake_quant(o, *OUTPUT_QUANT[i]) for i, o in enumerate(outs)]
+
+
+class Deployed(nn.Module):
+    """The exported graph: uint8 NHWC input, five float NHWC outputs.
+
+    The stride-128 head cannot express a box (its largest log distance is 0, one
+    pixel) nor a score above 0, so it is a constant far below the score threshold:
+    after quantization every value is the head's minimum and it never fires.
+    """
+
+    def __init__(self, net):
+        super().__init__()
+        self.net = net
+        self.head128 = nn.Conv2d(128, 6, 1)
+        with torch.no_grad():
+            self.head128.weight.zero_()
+            self.head128.bias.fill_(-30.0)
+
+    def forward(self, x):
+        x = x.float() * (1.0 / 255.0)
+        x = x.permute(0, 3, 1, 2)
+        outs, p64 = self.net(x)
+        outs = outs + [self.head128(F.max_pool2d(p64, 2))]
+        return tuple(o.permute(0, 2, 3, 1) for o in outs)

@@ -1,0 +1,49 @@
+"""Writes tiny_model.bin, the adapter tests' model: a 2 x 2 RGB uint8 input and two
+outputs whose values are plain functions of the pixels, so that every 8-bit code
+the adapter produces can be worked out by hand.
+
+    outputs [1,2,2,2]: (R, -G)   quantized with scale 3,   zero point -20
+    _306    [1,2,2,1]: (B)       quantized with scale 0.5, zero point 0
+
+Run: /usr/bin/python3 tests/adapters/make_tiny_model.py
+"""
+import io
+import os
+import sys
+
+import torch
+import torch.nn as nn
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(HERE, "..", "..", "model"))
+import export  # noqa: E402
+
+
+class Tiny(nn.Module):
+    def __init__(self):
+        super().__init__()
+        self.a = nn.Conv2d(3, 2, 1)
+        self.b = nn.Conv2d(3, 1, 1)
+        with torch.no_grad():
+            self.a.weight.copy_(torch.tensor([[255.0, 0, 0], [0, -255.0, 0]]).view(2, 3, 1, 1))
+            self.a.bias.zero_()
+            self.b.weight.copy_(torch.tensor([[0, 0, 255.0]]).view(1, 3, 1, 1))
+            self.b.bias.fill_(1e-4)  # keeps the two bias initialisers distinct in the export
+
+    def forward(self, x):
+        x = (x.float() * (1.0 / 255.0)).permute(0, 3, 1, 2)
+        return self.a(x).permute(0, 2, 3, 1), self.b(x).permute(0, 2, 3, 1)
+
+
+def main():
+    f = io.BytesIO()
+    torch.onnx.export(Tiny().eval(), torch.zeros(1, 2, 2, 3, dtype=torch.uint8), f, input_names=["inputs"],
+                      output_names=["outputs", "_306"], opset_version=11)
+    data = export.pack(f.getvalue(), "inputs", [("outputs", 3.0, -20), ("_306", 0.5, 0)])
+    with open(os.path.join(HERE, "tiny_model.bin"), "wb") as fh:
+        fh.write(data)
+    print(len(data), "bytes")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,337 @@
+// The reference adapter driven exactly as the library drives it: opened with
+// dlopen, its eight functions looked up by name and fed hand-built records.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace {
+
+using CreateManagerFn = void* (*)(const void*);
+using LoadFn = int (*)(void*, const void*, int);
+using DestroyManagerFn = void (*)(void*);
+using UnloadFn = int (*)(void*);
+using CreateTensorFn = void* (*)(void*, const void*);
+using GetDataFn = void* (*)(void*);
+using RunFn = int (*)(void*, const char*, void**, int, void**, int, int);
+using DestroyTensorFn = void (*)(void*);
+
+struct Adapter {
+    void* lib = nullptr;
+    CreateManagerFn createManager = nullptr;
+    LoadFn load = nullptr;
+    DestroyManagerFn destroyManager = nullptr;
+    UnloadFn unload = nullptr;
+    CreateTensorFn createTensor = nullptr;
+    GetDataFn getData = nullptr;
+    RunFn run = nullptr;
+    DestroyTensorFn destroyTensor = nullptr;
+};
+
+template <typename T>
+void Put(std::vector<unsigned char>& rec, size_t offset, T value) {
+    std::memcpy(rec.data() + offset, &value, sizeof(T));
+}
+
+// The 64-byte tensor configuration record: N, H, W, C; 0, 4, 1; name; index.
+std::vector<unsigned char> TensorRecord(const char* name, int index, int n, int h, int w, int c) {
+    std::vector<unsigned char> rec(64, 0xAB);  // bytes the library leaves unwritten hold junk
+    Put<int32_t>(rec, 0, n);
+    Put<int32_t>(rec, 4, h);
+    Put<int32_t>(rec, 8, w);
+    Put<int32_t>(rec, 12, c);
+    Put<int32_t>(rec, 16, 0);
+    Put<int32_t>(rec, 20, 4);
+    Put<int32_t>(rec, 24, 1);
+    Put<const char*>(rec, 32, name);
+    Put<int32_t>(rec, 40, index);
+    std::memset(rec.data() + 44, 0, 20);
+    return rec;
+}
+
+// The 128-byte model descriptor, with the library's fixed fields.
+std::vector<unsigned char> ModelDescriptor(const char* name, const void* bytes, int32_t size,
+                                           void** inputs, void** outputs, int outputCount) {
+    std::vector<unsigned char> rec(128, 0);
+    Put<const char*>(rec, 0, name);
+    Put<const void*>(rec, 8, bytes);
+    Put<int32_t>(rec, 16, size);
+    Put<int32_t>(rec, 24, 0x43414645);
+    Put<int32_t>(rec, 28, 1);
+    Put<int32_t>(rec, 32, 2);
+    Put<int32_t>(rec, 56, 1);
+    Put<int32_t>(rec, 60, outputCount);
+    Put<void**>(rec, 64, inputs);
+    Put<void**>(rec, 72, outputs);
+    return rec;
+}
+
+std::vector<unsigned char> ManagerConfig() {
+    std::vector<unsigned char> rec(64, 0);
+    Put<int32_t>(rec, 32, 1);
+    Put<int32_t>(rec, 40, 1);
+    return rec;
+}
+
+std::vector<unsigned char> ReadAll(const char* path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+class ReferenceAdapterTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        a.lib = dlopen(SCANREF_ADAPTER_PATH, RTLD_NOW);
+        ASSERT_NE(a.lib, nullptr) << dlerror();
+        a.createManager = reinterpret_cast<CreateManagerFn>(Sym("NNModelManagerCreateWithConfig"));
+        a.load = reinterpret_cast<LoadFn>(Sym("NNModelLoadFromBuffer"));
+        a.destroyManager = reinterpret_cast<DestroyManagerFn>(Sym("NNModelManagerDestroy"));
+        a.unload = reinterpret_cast<UnloadFn>(Sym("NNModelUnload"));
+        a.createTensor = reinterpret_cast<CreateTensorFn>(Sym("NNTensorBufferCreateWithConfig"));
+        a.getData = reinterpret_cast<GetDataFn>(Sym("NNTensorBufferGetData"));
+        a.run = reinterpret_cast<RunFn>(Sym("NNModelRun"));
+        a.destroyTensor = reinterpret_cast<DestroyTensorFn>(Sym("NNTensorBufferDestroy"));
+        model = ReadAll(TINY_MODEL_PATH);
+        ASSERT_GT(model.size(), 32u);
+        auto config = ManagerConfig();
+        manager = a.createManager(config.data());
+        ASSERT_NE(manager, nullptr);
+    }
+
+    void TearDown() override {
+        for (void* t : tensors) a.destroyTensor(t);
+        if (manager != nullptr) {
+            a.unload(manager);
+            a.destroyManager(manager);
+        }
+        if (a.lib != nullptr) dlclose(a.lib);
+    }
+
+    void* Sym(const char* name) {
+        void* f = dlsym(a.lib, name);
+        EXPECT_NE(f, nullptr) << name;
+        return f;
+    }
+
+    int Load(const std::vector<unsigned char>& bytes, const char* name = "codeDetect") {
+        auto desc = ModelDescriptor(name, bytes.data(), static_cast<int32_t>(bytes.size()), nullptr,
+                                    nullptr, 2);
+        return a.load(manager, desc.data(), 1);
+    }
+
+    void* Tensor(const char* name, int index, int h, int w, int c) {
+        auto rec = TensorRecord(name, index, 1, h, w, c);
+        void* t = a.createTensor(manager, rec.data());
+        if (t != nullptr) tensors.push_back(t);
+        return t;
+    }
+
+    Adapter a;
+    void* manager = nullptr;
+    std::vector<unsigned char> model;
+    std::vector<void*> tensors;
+};
+
+// Pixels (R, G, B) of the 2 x 2 input and the codes worked out by hand from the
+// tiny model: "outputs" = (R, -G) with scale 3, zero point -20, so
+// q = clamp(round(y / 3) + 20); "_306" = B with scale 0.5, zero point 0, q = clamp(2B).
+struct PixelCase {
+    uint8_t r, g, b;
+    uint8_t q0, q1, q2;
+};
+const PixelCase kPixels[4] = {
+    {0, 0, 0, 20, 20, 0},          // zero sits on the zero point
+    {100, 30, 200, 53, 10, 255},   // 2 x 200 clamps at the top
+    {255, 31, 127, 105, 10, 254},  // -31 / 3 = -10.33 rounds to -10
+    {7, 255, 1, 22, 0, 2},         // -255 / 3 + 20 = -65 clamps at the bottom
+};
+
+TEST_F(ReferenceAdapterTest, RunsTheModelAndQuantizesEachOutputWithItsOwnParameters) {
+    // The library frees its model bytes right after the load: the adapter must have copied them.
+    std::vector<unsigned char> bytes = model;
+    ASSERT_EQ(Load(bytes), 0);
+    std::fill(bytes.begin(), bytes.end(), 0);
+    bytes.clear();
+    bytes.shrink_to_fit();
+
+    void* in = Tensor("inputs", 0, 2, 2, 3);
+    void* out0 = Tensor("outputs", 0, 2, 2, 2);
+    void* out1 = Tensor("_306", 1, 2, 2, 1);
+    ASSERT_TRUE(in && out0 && out1);
+    auto* px = static_cast<uint8_t*>(a.getData(in));
+    for (int i = 0; i < 4; ++i) {
+        px[3 * i] = kPixels[i].r;
+        px[3 * i + 1] = kPixels[i].g;
+        px[3 * i + 2] = kPixels[i].b;
+    }
+    void* ins[] = {in};
+    void* outs[] = {out0, out1};
+    ASSERT_EQ(a.run(manager, "codeDetect", ins, 1, outs, 2, 1000), 0);
+
+    const auto* q0 = static_cast<const uint8_t*>(a.getData(out0));
+    const auto* q1 = static_cast<const uint8_t*>(a.getData(out1));
+    for (int i = 0; i < 4; ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(q0[2 * i], kPixels[i].q0);
+        EXPECT_EQ(q0[2 * i + 1], kPixels[i].q1);
+        EXPECT_EQ(q1[i], kPixels[i].q2);
+    }
+}
+
+TEST_F(ReferenceAdapterTest, OutputsAreMatchedByNameNotByPosition) {
+    ASSERT_EQ(Load(model), 0);
+    void* in = Tensor("inputs", 0, 2, 2, 3);
+    void* out1 = Tensor("_306", 1, 2, 2, 1);
+    ASSERT_TRUE(in && out1);
+    auto* px = static_cast<uint8_t*>(a.getData(in));
+    for (int i = 0; i < 4; ++i) px[3 * i + 2] = kPixels[i].b;
+    void* ins[] = {in};
+    void* outs[] = {out1};
+    ASSERT_EQ(a.run(manager, "codeDetect", ins, 1, outs, 1, 1000), 0);
+    const auto* q = static_cast<const uint8_t*>(a.getData(out1));
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(q[i], kPixels[i].q2) << i;
+}
+
+TEST_F(ReferenceAdapterTest, RejectsBadModelBytes) {
+    auto withByte = [&](size_t offset, unsigned char value) {
+        auto m = model;
+        m[offset] = value;
+        return m;
+    };
+    auto truncated = [&](size_t n) { return std::vector<unsigned char>(model.begin(), model.begin() + n); };
+    auto junkGraph = model;
+    std::fill(junkGraph.begin() + 32 + 2 * 24, junkGraph.end(), 0x5A);
+    auto noNul = model;
+    std::memset(noNul.data() + 32, 'x', 16);  // first output name fills its field, no terminator
+
+    const struct {
+        const char* what;
+        std::vector<unsigned char> bytes;
+    } cases[] = {
+        {"empty", {}},
+        {"shorter than the fixed header", truncated(20)},
+        {"bad magic", withByte(0, 'X')},
+        {"unknown version", withByte(4, 2)},
+        {"no outputs", withByte(8, 0)},
+        {"too many outputs", withByte(8, 200)},
+        {"graph cut short", truncated(model.size() - 10)},
+        {"output table cut short", truncated(40)},
+        {"unterminated output name", noNul},
+        {"graph is not ONNX", junkGraph},
+        {"output the graph lacks", withByte(32, 'z')},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        auto desc = ModelDescriptor("codeDetect", c.bytes.empty() ? nullptr : c.bytes.data(),
+                                    static_cast<int32_t>(c.bytes.size()), nullptr, nullptr, 2);
+        EXPECT_NE(a.load(manager, desc.data(), 1), 0);
+        EXPECT_EQ(Tensor("inputs", 0, 2, 2, 3), nullptr) << "no model may be loaded after a failure";
+    }
+}
+
+TEST_F(ReferenceAdapterTest, RejectsNullArguments) {
+    auto desc = ModelDescriptor("codeDetect", model.data(), static_cast<int32_t>(model.size()),
+                                nullptr, nullptr, 2);
+    EXPECT_EQ(a.createManager(nullptr), nullptr);
+    EXPECT_NE(a.load(nullptr, desc.data(), 1), 0);
+    EXPECT_NE(a.load(manager, nullptr, 1), 0);
+    EXPECT_NE(a.load(manager, desc.data(), 2), 0);
+    EXPECT_NE(a.unload(nullptr), 0);
+    EXPECT_NE(a.unload(manager), 0) << "nothing is loaded yet";
+    auto rec = TensorRecord("inputs", 0, 1, 2, 2, 3);
+    EXPECT_EQ(a.createTensor(nullptr, rec.data()), nullptr);
+    EXPECT_EQ(a.createTensor(manager, nullptr), nullptr);
+    EXPECT_EQ(a.getData(nullptr), nullptr);
+    a.destroyTensor(nullptr);
+    a.destroyManager(nullptr);
+    EXPECT_NE(a.run(nullptr, "codeDetect", nullptr, 1, nullptr, 1, 1000), 0);
+}
+
+TEST_F(ReferenceAdapterTest, RejectsUnknownOrMalformedTensors) {
+    ASSERT_EQ(Load(model), 0);
+    const struct {
+        const char* what;
+        std::vector<unsigned char> rec;
+    } cases[] = {
+        {"unknown name", TensorRecord("_328", 2, 1, 2, 2, 1)},
+        {"output with another output's index", TensorRecord("_306", 0, 1, 2, 2, 1)},
+        {"output index out of range", TensorRecord("outputs", 7, 1, 2, 2, 2)},
+        {"input with a non-zero index", TensorRecord("inputs", 1, 1, 2, 2, 3)},
+        {"zero dimension", TensorRecord("inputs", 0, 1, 0, 2, 3)},
+        {"negative dimension", TensorRecord("inputs", 0, 1, 2, -2, 3)},
+        {"absurd size", TensorRecord("inputs", 0, 1, 65536, 65536, 3)},
+        {"null name", TensorRecord(nullptr, 0, 1, 2, 2, 3)},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(a.createTensor(manager, c.rec.data()), nullptr);
+    }
+    auto rank3 = TensorRecord("inputs", 0, 1, 2, 2, 3);
+    Put<int32_t>(rank3, 20, 3);
+    EXPECT_EQ(a.createTensor(manager, rank3.data()), nullptr);
+}
+
+TEST_F(ReferenceAdapterTest, RunFailsCleanlyOnWrongCallsAndRecoversAfterwards) {
+    ASSERT_EQ(Load(model), 0);
+    void* in = Tensor("inputs", 0, 2, 2, 3);
+    void* out0 = Tensor("outputs", 0, 2, 2, 2);
+    void* out1 = Tensor("_306", 1, 2, 2, 1);
+    void* bigOut = Tensor("outputs", 0, 4, 4, 2);  // declared larger than the graph's map
+    void* bigIn = Tensor("inputs", 0, 3, 3, 3);    // gives 3 x 3 maps for 2 x 2 output tensors
+    ASSERT_TRUE(in && out0 && out1 && bigOut && bigIn);
+
+    void* ins[] = {in};
+    void* outs[] = {out0, out1};
+    void* outputAsInput[] = {out0};
+    void* inputAsOutput[] = {out0, in};
+    void* nullOutput[] = {out0, nullptr};
+    void* wrongSize[] = {bigOut};
+    void* badIn[] = {bigIn};
+    const struct {
+        const char* what;
+        const char* model;
+        void** ins;
+        int inCount;
+        void** outs;
+        int outCount;
+    } cases[] = {
+        {"other model name", "docDetect", ins, 1, outs, 2},
+        {"null model name", nullptr, ins, 1, outs, 2},
+        {"two inputs", "codeDetect", ins, 2, outs, 2},
+        {"no outputs", "codeDetect", ins, 1, outs, 0},
+        {"more outputs than the model has", "codeDetect", ins, 1, outs, 3},
+        {"output handle as input", "codeDetect", outputAsInput, 1, outs, 2},
+        {"input handle as output", "codeDetect", ins, 1, inputAsOutput, 2},
+        {"null output handle", "codeDetect", ins, 1, nullOutput, 2},
+        {"output of the wrong size", "codeDetect", ins, 1, wrongSize, 1},
+        {"null input list", "codeDetect", nullptr, 1, outs, 2},
+        {"null output list", "codeDetect", ins, 1, nullptr, 2},
+        {"input of another size", "codeDetect", badIn, 1, outs, 2},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_NE(a.run(manager, c.model, c.ins, c.inCount, c.outs, c.outCount, 1000), 0);
+    }
+    EXPECT_EQ(a.run(manager, "codeDetect", ins, 1, outs, 2, 1000), 0);
+}
+
+TEST_F(ReferenceAdapterTest, UnloadEndsTheModelAndALaterLoadStartsAgain) {
+    ASSERT_EQ(Load(model), 0);
+    void* in = Tensor("inputs", 0, 2, 2, 3);
+    void* out0 = Tensor("outputs", 0, 2, 2, 2);
+    ASSERT_TRUE(in && out0);
+    EXPECT_EQ(a.unload(manager), 0);
+    void* ins[] = {in};
+    void* outs[] = {out0};
+    EXPECT_NE(a.run(manager, "codeDetect", ins, 1, outs, 1, 1000), 0);
+    EXPECT_EQ(Tensor("inputs", 0, 2, 2, 3), nullptr);
+    ASSERT_EQ(Load(model), 0);
+    EXPECT_EQ(a.run(manager, "codeDetect", ins, 1, outs, 1, 1000), 0);
+}
+
+}  // namespace
