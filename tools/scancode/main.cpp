@@ -121,9 +121,18 @@ class Session {
 
 }  // namespace
 
+// The library prints a few loader messages on stdout; results own stdout, so
+// everything else written there goes to stderr. Returns the results stream.
+FILE* TakeStdoutForResults() {
+    const int results = dup(STDOUT_FILENO);
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    return fdopen(results, "w");
+}
+
 int main(int argc, char** argv) {
     Options opt;
     if (!ParseOptions(argc, argv, opt)) return Usage(argc > 1 ? "bad arguments" : nullptr);
+    FILE* results = TakeStdoutForResults();
     if (!opt.outDir.empty()) std::filesystem::create_directories(opt.outDir);
 
     LogLines log;
@@ -163,8 +172,8 @@ int main(int argc, char** argv) {
             r.sentWarp = pic.sendWarpPic;
             ReadBoxes(log.lines, r);
 
-            printf("%s\n", (opt.json ? ToJson(r) : ToText(r)).c_str());
-            fflush(stdout);
+            fprintf(results, "%s\n", (opt.json ? ToJson(r) : ToText(r)).c_str());
+            fflush(results);
             if (!opt.outDir.empty()) {
                 const std::string stem = opt.outDir + "/" + FileStem(r.name);
                 const cv::Mat bgr = FromNV21(frame.nv21.data(), frame.width, frame.height);
