@@ -39,30 +39,13 @@ TEST(QuantizePixelBlocks, RoundsHalfUpAndSaturates) {
 // Values that stress truncation, saturation and the x86 conversion's
 // out-of-range answer.
 std::vector<float> EdgeValues() {
-    std::vector<float> v = {kNaN,
-                            -kNaN,
-                            kInf,
-                            -kInf,
-                            0.0f,
-                            -0.0f,
-                            std::numeric_limits<float>::denorm_min(),
-                            std::numeric_limits<float>::max(),
-                            std::numeric_limits<float>::lowest(),
-                            2147483520.0f,
-                            2147483648.0f,
-                            -2147483648.0f,
-                            -2147483904.0f,
-                            32767.5f,
-                            32768.0f,
-                            -32768.5f,
-                            255.5f,
-                            255.49998f,
-                            256.0f,
-                            -0.5f,
-                            -0.50000006f,
-                            1e-30f,
-                            1e30f,
-                            -1e30f};
+    using L = std::numeric_limits<float>;
+    const float tiny = L::denorm_min(), big = L::max(), lowest = L::lowest();
+    std::vector<float> v = {
+        kNaN,           -kNaN,    kInf,         -kInf,         0.0f,          -0.0f,
+        tiny,           big,      lowest,       2147483520.0f, 2147483648.0f, -2147483648.0f,
+        -2147483904.0f, 32767.5f, 32768.0f,     -32768.5f,     255.5f,        255.49998f,
+        256.0f,         -0.5f,    -0.50000006f, 1e-30f,        1e30f,         -1e30f};
     for (int k = -2; k <= 257; ++k) {
         v.push_back(k + 0.5f);
         v.push_back(std::nextafter(k + 0.5f, -1e9f));

@@ -33,17 +33,9 @@ TEST(Uint8ToFP32, DetectorOutputsMatchDoublePrecisionBitForBit) {
 
     const int zeroPoints[] = {-189, -221,     -178,      -168,       -255,       0,
                               37,   16777000, -16777000, 2147483000, -2147483000};
-    const float scales[] = {0.06613318622112274f,
-                            0.15657134354114532f,
-                            0.07030908763408661f,
-                            0.07131850719451904f,
-                            0.0829123929142952f,
-                            1.0f,
-                            3.3e-7f,
-                            0.0999999f,
-                            12345.678f,
-                            1.1e-3f,
-                            7.77f};
+    // The detector's own scales and a spread of others.
+    std::vector<float> scales(kCodeDetectScales, kCodeDetectScales + 5);
+    scales.insert(scales.end(), {1.0f, 3.3e-7f, 0.0999999f, 12345.678f, 1.1e-3f, 7.77f});
     for (int zp : zeroPoints) {
         for (float scale : scales) {
             Uint8ToFP32(256, all.data(), out, zp, scale);

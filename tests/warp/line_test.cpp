@@ -72,23 +72,13 @@ TEST(ClassifyLinesByDirection, SortsBySideOfCentreAndOrients) {
         {"bottom", {{150, 180}, {50, 181}}, 100, 100, kBottom, {{50, 181}, {150, 180}}},
         {"left", {{20, 50}, {20, 150}}, 100, 100, kLeft, {{20, 50}, {20, 150}}},
         {"right reversed", {{180, 150}, {181, 50}}, 100, 100, kRight, {{181, 50}, {180, 150}}},
-        {"45 degrees is vertical",
-         {{120, 40}, {180, 100}},
-         100,
-         100,
-         kRight,
-         {{120, 40}, {180, 100}}},
+        {"45 degrees", {{120, 40}, {180, 100}}, 100, 100, kRight, {{120, 40}, {180, 100}}},
         // The centre is truncated: 99.9 -> 99 puts x = 100 on the right.
         {"centre truncated", {{100, 0}, {100, 10}}, 99.9, 50, kRight, {{100, 0}, {100, 10}}},
         // A line through the centre: the product test is not strict for
         // horizontal lines, strict for vertical ones.
-        {"horizontal through centre",
-         {{0, 100}, {10, 100}},
-         100,
-         100,
-         kBottom,
-         {{0, 100}, {10, 100}}},
-        {"vertical through centre", {{100, 0}, {100, 10}}, 100, 100, kLeft, {{100, 0}, {100, 10}}},
+        {"horizontal, centre", {{0, 100}, {10, 100}}, 100, 100, kBottom, {{0, 100}, {10, 100}}},
+        {"vertical, centre", {{100, 0}, {100, 10}}, 100, 100, kLeft, {{100, 0}, {100, 10}}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
