@@ -30,13 +30,9 @@ class OutputBuffer {
     void SetCell(int head, int r, int c, float logLeft, float logTop, float logRight,
                  float logBottom, float logit) {
         float* v = Cell(head, r, c);
-        v[0] = logLeft;
-        v[1] = logTop;
-        v[2] = logRight;
-        v[3] = logBottom;
-        v[4] = logit;
+        const float cell[] = {logLeft, logTop, logRight, logBottom, logit};
+        std::copy(cell, cell + 5, v);
     }
-    void SetLogit(int head, int r, int c, float logit) { Cell(head, r, c)[4] = logit; }
     float* Cell(int head, int r, int c) {
         const HeadGeometry& g = kHeadGeometry[head];
         return &values_[g.offset + (r * g.grid + c) * 6];

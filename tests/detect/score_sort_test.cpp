@@ -25,19 +25,17 @@ const float kInf = std::numeric_limits<float>::infinity();
 const Distribution kDistributions[] = {
     {"TwoLevels", [](std::mt19937& g, int, int) { return g() % 2 ? 1.5f : -0.5f; }},
     {"FiveLevels", [](std::mt19937& g, int, int) { return -0.8473f + 0.25f * (g() % 5); }},
-    {"Quantized",
-     [](std::mt19937& g, int, int) { return (static_cast<int>(g() % 256) - 27) / 32.0f; }},
+    {"Quantized", [](std::mt19937& g, int, int) { return (int(g() % 256) - 27) / 32.0f; }},
     {"AllEqual", [](std::mt19937&, int, int) { return 0.25f; }},
     {"Continuous",
      [](std::mt19937& g, int, int) { return std::uniform_real_distribution<float>(-0.8f, 6)(g); }},
     {"Ascending", [](std::mt19937&, int i, int) { return i * 0.01f; }},
     {"Descending", [](std::mt19937&, int i, int) { return -i * 0.01f; }},
     {"AscendingPairs", [](std::mt19937&, int i, int) { return static_cast<float>(i / 2); }},
-    {"OrganPipe",
-     [](std::mt19937&, int i, int n) { return static_cast<float>(std::min(i, n - i)); }},
+    {"OrganPipe", [](std::mt19937&, int i, int n) { return float(std::min(i, n - i)); }},
     {"Sawtooth", [](std::mt19937&, int i, int) { return static_cast<float>(i % 7); }},
     {"MostlyEqualFewHigh",
-     [](std::mt19937& g, int, int) { return g() % 50 ? 0.0f : 1.0f + (g() % 3); }},
+     [](std::mt19937& g, int, int) { return g() % 50 ? 0.0f : 1.0f + g() % 3; }},
     {"ZerosAndInfinities",
      [](std::mt19937& g, int, int) {
          const float v[] = {0.0f, -0.0f, kInf, -kInf, 1.0f};
@@ -70,11 +68,8 @@ TEST(QuickSortIndiceInverse, SamePermutationAsLiteralPartitionSort) {
             std::vector<float> scores(n);
             for (int i = 0; i < n; ++i) scores[i] = d.value(rng, i, n);
             ExpectSameSort(scores, 0, n - 1, std::string(d.name) + " n=" + std::to_string(n));
-            if (n > 10) {
-                // A subrange leaves the rest alone.
-                ExpectSameSort(scores, n / 5, n - n / 7 - 1,
-                               std::string(d.name) + " sub n=" + std::to_string(n));
-            }
+            if (n > 10)  // a subrange leaves the rest alone
+                ExpectSameSort(scores, n / 5, n - n / 7 - 1, d.name + std::string(" sub"));
         }
     }
 }

@@ -100,13 +100,9 @@ class OutputMaps {
     std::vector<uint8_t> maps_[5];
 };
 
-// Scale of the letterbox from a frame to the 640 x 640 input.
-inline float InputScale(int cols, int rows) {
-    return std::min(640.0f / static_cast<float>(cols), 640.0f / static_cast<float>(rows));
-}
-
+// A frame box in the 640 x 640 letterboxed input.
 inline cv::Rect2f ToInput(const cv::Rect& frameBox, int cols, int rows) {
-    const float s = InputScale(cols, rows);
+    const float s = std::min(640.0f / static_cast<float>(cols), 640.0f / static_cast<float>(rows));
     return {frameBox.x * s, frameBox.y * s, frameBox.width * s, frameBox.height * s};
 }
 

@@ -30,14 +30,12 @@ TEST_F(ScriptedAdapterTest, MissingFunctionsAreLoggedAndTreatedAsFailures) {
     EXPECT_EQ(CountPrefix(logs, "invoke(), failed to load sym NNTensorBufferGetData : "), 6u);
     EXPECT_EQ(CountPrefix(logs, "invoke(), failed to load sym NNModelRun : "), 1u);
     EXPECT_TRUE(logs.Contains(6, "NpuNetwork::NNModelRun run failed, ret is -1 \n"));
-    EXPECT_TRUE(net.tensorsAllocated);
     EXPECT_EQ(NewTensors(), 6);
 
     logs.Clear();
     EXPECT_EQ(net.UnloadModel(), 0);
     EXPECT_EQ(CountPrefix(logs, "invoke(), failed to load sym NNTensorBufferDestroy : "), 6u);
     EXPECT_TRUE(logs.Contains(4, "errorCode of NNModelUnload is -1."));
-    EXPECT_EQ(net.mInputTensor, nullptr);
     EXPECT_FALSE(net.tensorsAllocated);
     EXPECT_EQ(NewManagers(), 0) << "the manager is still destroyed";
     EXPECT_FALSE(net.GetLoadFlag());

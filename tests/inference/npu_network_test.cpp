@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstring>
 #include <vector>
 
@@ -16,6 +15,8 @@ using namespace scancode_test;
 
 namespace {
 
+constexpr int kInputFloats = 640 * 640 * 3;
+
 class NpuNetworkTest : public ScriptedAdapterTest {
   protected:
     void SetUp() override {
@@ -23,6 +24,8 @@ class NpuNetworkTest : public ScriptedAdapterTest {
         net_.SetModelType(CODE_DETECT);
         ASSERT_EQ(LoadNpuModel(net_), 0);
         ASSERT_TRUE(net_.SetupModel());
+        float* in = net_.GetInputBuffer(0);
+        std::fill(in, in + kInputFloats, 1.0f);
         ScriptedAdapterClearCalls();
     }
     void TearDown() override {
@@ -31,17 +34,10 @@ class NpuNetworkTest : public ScriptedAdapterTest {
         EXPECT_EQ(NewManagers(), 0);
         ScriptedAdapterTest::TearDown();
     }
-
-    void FillInput(float value) {
-        float* in = net_.GetInputBuffer(0);
-        std::fill(in, in + 640 * 640 * 3, value);
-    }
-
     NpuNetwork net_;
 };
 
 TEST_F(NpuNetworkTest, TensorRecordsOnTheWire) {
-    FillInput(0.0f);
     ASSERT_EQ(net_.RunModel(), 0);
     struct Expected {
         int dims[4];
@@ -65,23 +61,24 @@ TEST_F(NpuNetworkTest, TensorRecordsOnTheWire) {
         EXPECT_TRUE(AllZero(record, 44, 64));
         EXPECT_EQ(At<void*>(Blob(call, "manager"), 0), static_cast<void*>(net_.mAiModelManager));
     }
+    ASSERT_EQ(net_.RunModel(), 0);
+    EXPECT_EQ(CountCalls("NNTensorBufferCreateWithConfig"), 6) << "created once";
 }
 
 TEST_F(NpuNetworkTest, RunQuantizesAndExposesTheAdaptersOutputMemory) {
     float* in = net_.GetInputBuffer(0);
-    const int n = 640 * 640 * 3;
-    for (int i = 0; i < n; ++i) in[i] = static_cast<float>((i * 37) % 2600) / 10.0f - 2.0f;
-    std::vector<uint8_t> expected(n);
-    QuantizePixelBlocksRef(in, expected.data(), n);
+    for (int i = 0; i < kInputFloats; ++i)
+        in[i] = static_cast<float>((i * 37) % 2600) / 10.0f - 2.0f;
+    std::vector<uint8_t> expected(kInputFloats);
+    QuantizePixelBlocksRef(in, expected.data(), kInputFloats);
     const std::vector<uint8_t> head(150, 0x7f);
     ScriptedAdapterSetOutput(4, head.data(), head.size());
 
     ASSERT_EQ(net_.RunModel(), 0);
     size_t size = 0;
-    const auto* seen = static_cast<const uint8_t*>(ScriptedAdapterRunInput(&size));
-    ASSERT_EQ(size, static_cast<size_t>(n));
-    EXPECT_EQ(memcmp(seen, expected.data(), n), 0);
-
+    const void* seen = ScriptedAdapterRunInput(&size);
+    ASSERT_EQ(size, static_cast<size_t>(kInputFloats));
+    EXPECT_EQ(memcmp(seen, expected.data(), size), 0);
     const int run = FindCall("NNModelRun");
     ASSERT_GE(run, 0);
     EXPECT_EQ(Blob(run, "name"), "codeDetect");
@@ -89,21 +86,14 @@ TEST_F(NpuNetworkTest, RunQuantizesAndExposesTheAdaptersOutputMemory) {
     EXPECT_EQ(At<int32_t>(Blob(run, "output_count"), 0), 5);
     EXPECT_EQ(At<int32_t>(Blob(run, "timeout"), 0), 1000);
     EXPECT_EQ(At<void*>(Blob(run, "inputs"), 0), static_cast<void*>(net_.mInputTensor));
-    for (int i = 0; i < 5; ++i) {
+    for (int i = 0; i < 5; ++i)
         EXPECT_EQ(At<void*>(Blob(run, "outputs"), 8 * i),
                   static_cast<void*>(net_.outputTensors[i]));
-    }
-    // The output pointers were fetched before the run, one per output.
-    const std::vector<std::string> calls = AdapterCalls();
-    EXPECT_EQ(std::count(calls.begin(), calls.begin() + run, "NNTensorBufferGetData"), 6);
     int shape[4] = {};
     unsigned char* out4 = net_.GetOutputUint8Buffer(4, shape);
     ASSERT_NE(out4, nullptr);
     EXPECT_EQ(std::vector<int>(shape, shape + 4), (std::vector<int>{1, 6, 5, 5}));
-    EXPECT_EQ(out4[0], 0x7f);
     EXPECT_EQ(out4[149], 0x7f);
-    // The float input is left alone: n is a multiple of 16.
-    EXPECT_EQ(in[n - 1], static_cast<float>(((n - 1) * 37) % 2600) / 10.0f - 2.0f);
 }
 
 TEST_F(NpuNetworkTest, RemainderIsScaledAndWrittenBack) {
@@ -112,88 +102,58 @@ TEST_F(NpuNetworkTest, RemainderIsScaledAndWrittenBack) {
     const int shape17[4] = {1, 1, 1, 17};
     memcpy(net_.inputShape, shape17, sizeof shape17);
     float* in = net_.GetInputBuffer(0);
-    for (int i = 0; i < 16; ++i) in[i] = 100.0f;
+    std::fill(in, in + 16, 100.0f);
     in[16] = 200.0f;
     ASSERT_EQ(net_.RunModel(), 0);
     size_t size = 0;
     const auto* seen = static_cast<const uint8_t*>(ScriptedAdapterRunInput(&size));
     ASSERT_EQ(size, 17u);
-    EXPECT_EQ(seen[0], 100);
     EXPECT_EQ(seen[15], 100);
     EXPECT_EQ(seen[16], 200);
-    EXPECT_EQ(in[15], 100.0f);
+    EXPECT_EQ(in[15], 100.0f) << "the blocks leave the input alone";
     EXPECT_EQ(in[16], 200.0f * kInputScale);
 }
 
-TEST_F(NpuNetworkTest, TensorsAreCreatedOnceAndAgainAfterRelease) {
-    FillInput(1.0f);
-    ASSERT_EQ(net_.RunModel(), 0);
-    ASSERT_EQ(net_.RunModel(), 0);
-    EXPECT_EQ(CountCalls("NNTensorBufferCreateWithConfig"), 6);
-    EXPECT_EQ(NewTensors(), 6);
-
-    ScriptedAdapterClearCalls();
-    NNTensorBuffer* oldInput = net_.mInputTensor;
-    EXPECT_EQ(net_.ReleaseTensor(), 0);
-    EXPECT_FALSE(net_.tensorsAllocated);
-    EXPECT_EQ(net_.mInputTensor, nullptr);
-    ASSERT_EQ(AdapterCalls(), std::vector<std::string>(6, "NNTensorBufferDestroy"));
-    EXPECT_EQ(At<void*>(Blob(0, "tensor"), 0), static_cast<void*>(oldInput)) << "input first";
-    EXPECT_EQ(NewTensors(), 0);
-
-    ASSERT_EQ(net_.RunModel(), 0);
-    EXPECT_EQ(CountCalls("NNTensorBufferCreateWithConfig"), 6);
-}
-
-TEST_F(NpuNetworkTest, FailedRunKeepsTensorsAndPreviousOutputs) {
-    FillInput(1.0f);
-    ASSERT_EQ(net_.RunModel(), 0);
-    unsigned char* before = net_.GetOutputUint8Buffer(0, nullptr);
-    ScriptedAdapterSetStatus("NNModelRun", 7, 0);
-    LogCapture logs;
-    EXPECT_EQ(net_.RunModel(), -1);
-    EXPECT_TRUE(logs.Contains(6, "NpuNetwork::NNModelRun run failed, ret is 7 \n"));
-    EXPECT_TRUE(net_.tensorsAllocated);
-    EXPECT_EQ(net_.GetOutputUint8Buffer(0, nullptr), before);
-}
-
-TEST_F(NpuNetworkTest, FailedOutputTensorIsNotRemembered) {
+TEST_F(NpuNetworkTest, FailedTensorOrRunIsReportedAndRecovered) {
     net_.ReleaseTensor();
     ScriptedAdapterSetStatus("NNTensorBufferCreateWithConfig", -1, 3);  // output 2 fails
-    FillInput(1.0f);
     LogCapture logs;
     EXPECT_EQ(net_.RunModel(), -1);
     EXPECT_TRUE(logs.Contains(6, "NpuNetwork allocateBuffer output failed.\n"));
     EXPECT_FALSE(net_.tensorsAllocated);
     EXPECT_EQ(FindCall("NNModelRun"), -1);
     EXPECT_EQ(NewTensors(), 3) << "input and outputs 0 and 1 are abandoned, not destroyed";
-
     ScriptedAdapterSetStatus("NNTensorBufferCreateWithConfig", -1, 0);
-    logs.Clear();
     EXPECT_EQ(net_.RunModel(), -1);
     EXPECT_TRUE(logs.Contains(6, "NpuNetwork allocateBuffer input failed.\n"));
 
     ScriptedAdapterSetStatus("NNTensorBufferCreateWithConfig", 0, 0);
-    EXPECT_EQ(net_.RunModel(), 0) << "the next run creates them all again";
+    ASSERT_EQ(net_.RunModel(), 0) << "the next run creates them all again";
+    unsigned char* before = net_.GetOutputUint8Buffer(0, nullptr);
+    ScriptedAdapterSetStatus("NNModelRun", 7, 0);
+    EXPECT_EQ(net_.RunModel(), -1);
+    EXPECT_TRUE(logs.Contains(6, "NpuNetwork::NNModelRun run failed, ret is 7 \n"));
     EXPECT_TRUE(net_.tensorsAllocated);
+    EXPECT_EQ(net_.GetOutputUint8Buffer(0, nullptr), before);
 }
 
 TEST_F(NpuNetworkTest, UnloadReleasesInOrderAndOnlyOnce) {
-    FillInput(1.0f);
     ASSERT_EQ(net_.RunModel(), 0);
     ScriptedAdapterClearCalls();
+    void* input = net_.mInputTensor;
     void* manager = net_.mAiModelManager;
+    ScriptedAdapterSetStatus("NNModelUnload", 3, 0);
     LogCapture logs;
-    EXPECT_EQ(net_.UnloadModel(), 0);
+    EXPECT_EQ(net_.UnloadModel(), 0) << "the unload status is only logged";
     std::vector<std::string> expected(6, "NNTensorBufferDestroy");
     expected.push_back("NNModelUnload");
     expected.push_back("NNModelManagerDestroy");
     EXPECT_EQ(AdapterCalls(), expected);
+    EXPECT_EQ(At<void*>(Blob(0, "tensor"), 0), input) << "input first";
     EXPECT_EQ(At<void*>(Blob(7, "manager"), 0), manager);
-    EXPECT_TRUE(logs.Contains(4, "errorCode of NNModelUnload is 0."));
+    EXPECT_TRUE(logs.Contains(4, "errorCode of NNModelUnload is 3."));
     EXPECT_FALSE(net_.GetLoadFlag());
-    EXPECT_EQ(net_.mAiModelManager, nullptr);
-    EXPECT_EQ(net_.libWrapper, nullptr);
+    EXPECT_EQ(NewTensors(), 0);
 
     ScriptedAdapterClearCalls();
     EXPECT_EQ(net_.UnloadModel(), 0);
@@ -201,20 +161,11 @@ TEST_F(NpuNetworkTest, UnloadReleasesInOrderAndOnlyOnce) {
     EXPECT_EQ(net_.RunModel(), -1) << "not loaded any more";
 }
 
-TEST_F(NpuNetworkTest, UnloadStatusIsOnlyLogged) {
-    ScriptedAdapterSetStatus("NNModelUnload", 3, 0);
-    LogCapture logs;
-    EXPECT_EQ(net_.UnloadModel(), 0);
-    EXPECT_TRUE(logs.Contains(4, "errorCode of NNModelUnload is 3."));
-    EXPECT_EQ(NewManagers(), 0);
-}
-
 TEST_F(NpuNetworkTest, QueuedTaskRunsTheUnitScaleModel) {
-    std::vector<float> input(640 * 640 * 3);
+    std::vector<float> input(kInputFloats);
     for (size_t i = 0; i < input.size(); ++i) input[i] = static_cast<float>(i % 1000) / 999.0f;
     std::vector<uint8_t> expected(input.size());
     QuantizeUnitBlocksRef(input.data(), expected.data(), input.size());
-
     NetWorkBuffer in{input.data(), 0};
     NetWorkBuffer out{nullptr, 0};
     ASSERT_EQ(net_.EnqueueTask(in, out), 0);
@@ -225,20 +176,16 @@ TEST_F(NpuNetworkTest, QueuedTaskRunsTheUnitScaleModel) {
     const int run = FindCall("NNModelRun");
     EXPECT_EQ(Blob(run, "name"), "DocDetect");
     EXPECT_EQ(At<int32_t>(Blob(run, "output_count"), 0), 1);
-    EXPECT_NE(out.data, nullptr);
 
     std::vector<NetWorkBuffer> outs(4, NetWorkBuffer{nullptr, 0});
     ASSERT_EQ(net_.EnqueueTaskSnpe(in, outs), 0);
-    EXPECT_EQ(net_.outputNum, 4);
     EXPECT_EQ(outs[0].data, out.data);
-    for (const auto& o : outs) EXPECT_NE(o.data, nullptr);
-    EXPECT_EQ(At<int32_t>(Blob(FindCall("NNModelRun", 1), "output_count"), 0), 1);
+    EXPECT_NE(outs[3].data, nullptr);
 
     ScriptedAdapterSetStatus("NNModelRun", 1, 0);
     LogCapture logs;
     EXPECT_EQ(net_.EnqueueTask(in, out), -1);
     EXPECT_TRUE(logs.Contains(6, "NpuNetwork::NNModelRun run failed.\n"));
-    logs.Clear();
     NetWorkBuffer empty{nullptr, 0};
     EXPECT_EQ(net_.EnqueueTask(empty, out), -1);
     EXPECT_TRUE(logs.Contains(6, "Received a nullptr"));

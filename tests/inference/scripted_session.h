@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -30,9 +31,8 @@ inline int FindCall(const std::string& function, int nth = 0) {
 }
 
 inline int CountCalls(const std::string& function) {
-    int count = 0;
-    for (const auto& name : AdapterCalls()) count += name == function;
-    return count;
+    const auto calls = AdapterCalls();
+    return static_cast<int>(std::count(calls.begin(), calls.end(), function));
 }
 
 // The recorded bytes, empty when the key is missing.
@@ -51,10 +51,7 @@ T At(const std::string& bytes, size_t offset) {
 }
 
 inline bool AllZero(const std::string& bytes, size_t from, size_t to) {
-    for (size_t i = from; i < to; ++i) {
-        if (bytes.at(i) != 0) return false;
-    }
-    return true;
+    return bytes.substr(from, to - from) == std::string(to - from, '\0');
 }
 
 // Every adapter test starts from a clean script and the DSP path unset.

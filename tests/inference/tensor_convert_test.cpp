@@ -2,12 +2,9 @@
 
 #include <gtest/gtest.h>
 #include <sched.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <cstring>
-#include <limits>
-#include <random>
 #include <thread>
 #include <vector>
 
@@ -24,24 +21,6 @@ uint32_t FloatBits(float f) {
     return b;
 }
 
-float ReferenceDequantize(unsigned char q, int zeroPoint, float scale) {
-    return static_cast<float>((static_cast<double>(q) + zeroPoint) * static_cast<double>(scale));
-}
-
-TEST(Uint8ToFP32, FlatExample) {
-    const unsigned char in[] = {0, 189, 255};
-    float out[3] = {};
-    Uint8ToFP32(3, in, out, -189, 0.5f);
-    EXPECT_EQ(out[0], -94.5f);
-    EXPECT_EQ(out[1], 0.0f);
-    EXPECT_EQ(out[2], 33.0f);
-
-    float untouched = 1.25f;
-    Uint8ToFP32(0, in, &untouched, 0, 1.0f);
-    Uint8ToFP32(-3, in, &untouched, 0, 1.0f);
-    EXPECT_EQ(untouched, 1.25f);
-}
-
 TEST(Uint8ToFP32, DetectorOutputsMatchDoublePrecisionBitForBit) {
     // q = 189 of output 0 is exactly zero; q = 255 is 66 scales, computed in
     // double and rounded once.
@@ -54,57 +33,37 @@ TEST(Uint8ToFP32, DetectorOutputsMatchDoublePrecisionBitForBit) {
 
     const int zeroPoints[] = {-189, -221,     -178,      -168,       -255,       0,
                               37,   16777000, -16777000, 2147483000, -2147483000};
-    const float scales[] = {0.06613318622112274f,
-                            0.15657134354114532f,
-                            0.07030908763408661f,
-                            0.07131850719451904f,
-                            0.0829123929142952f,
-                            1.0f,
-                            3.3e-7f,
-                            0.0999999f,
-                            12345.678f,
-                            1.1e-3f,
-                            7.77f};
+    // The detector's own scales and a spread of others.
+    std::vector<float> scales(kCodeDetectScales, kCodeDetectScales + 5);
+    scales.insert(scales.end(), {1.0f, 3.3e-7f, 0.0999999f, 12345.678f, 1.1e-3f, 7.77f});
     for (int zp : zeroPoints) {
         for (float scale : scales) {
             Uint8ToFP32(256, all.data(), out, zp, scale);
             for (int q = 0; q < 256; ++q) {
-                ASSERT_EQ(FloatBits(out[q]), FloatBits(ReferenceDequantize(q, zp, scale)))
+                const float expected = static_cast<float>((q + zp) * static_cast<double>(scale));
+                ASSERT_EQ(FloatBits(out[q]), FloatBits(expected))
                     << "q " << q << " zp " << zp << " scale " << scale;
             }
         }
     }
 }
 
-TEST(Uint8ToFP32, PlanarReordersChannels) {
+TEST(TensorConvert, NhwcToPlanarReordersChannels) {
     const unsigned char in[] = {1, 2, 3, 4, 5, 6};
     float out[6] = {};
-    Uint8ToFP32(1, 2, 3, in, out, 0, 1.0f);
-    EXPECT_EQ(std::vector<float>(out, out + 6), (std::vector<float>{1, 4, 2, 5, 3, 6}));
-
     Uint8ToFP32(1, 2, 3, in, out, -1, 0.5f);
     EXPECT_EQ(std::vector<float>(out, out + 6), (std::vector<float>{0, 1.5f, 0.5f, 2, 1, 2.5f}));
+    unsigned char bytes[6] = {};
+    Uint8NhwcToNchw(1, 2, 3, in, bytes);
+    EXPECT_EQ(std::vector<int>(bytes, bytes + 6), (std::vector<int>{1, 4, 2, 5, 3, 6}));
 
-    float untouched[2] = {9, 9};
-    Uint8ToFP32(1, 2, 0, in, untouched, 0, 1.0f);
-    Uint8ToFP32(0, 2, 3, in, untouched, 0, 1.0f);
-    EXPECT_EQ(untouched[0], 9);
-}
-
-TEST(Uint8NhwcToNchw, ReordersWithoutArithmetic) {
-    const unsigned char in[] = {1, 2, 3, 4, 5, 6};
-    unsigned char out[6] = {};
-    Uint8NhwcToNchw(1, 2, 3, in, out);
-    EXPECT_EQ(std::vector<int>(out, out + 6), (std::vector<int>{1, 4, 2, 5, 3, 6}));
-
-    // One channel: a straight copy, also for long rows.
-    std::vector<unsigned char> row(97), copy(97, 0);
-    for (size_t i = 0; i < row.size(); ++i) row[i] = static_cast<unsigned char>(i * 7);
-    Uint8NhwcToNchw(1, 97, 1, row.data(), copy.data());
-    EXPECT_EQ(copy, row);
-
+    float untouched = 9;  // empty shapes and counts write nothing
+    Uint8ToFP32(1, 2, 0, in, &untouched, 0, 1.0f);
+    Uint8ToFP32(0, 2, 3, in, &untouched, 0, 1.0f);
+    Uint8ToFP32(-3, in, &untouched, 0, 1.0f);
+    EXPECT_EQ(untouched, 9);
     LogCapture logs;
-    Uint8NhwcToNchw(2, 2, 3, nullptr, out);
+    Uint8NhwcToNchw(2, 2, 3, nullptr, bytes);
     EXPECT_TRUE(logs.Contains(6, "nhwcToNchw Received a nullptr"));
 }
 
@@ -134,15 +93,12 @@ TEST(Half, RoundsToNearestEven) {
     const Case cases[] = {
         {1.0f + 1.0f / 2048, 0x3c00},  // tie, even below
         {1.0f + 3.0f / 2048, 0x3c02},  // tie, even above
-        {1.0f + 1.0f / 2048 + 1e-7f, 0x3c01},
-        {65519.0f, 0x7bff},  // below the overflow tie
-        {65520.0f, 0x7c00},  // tie rounds to even: infinity
-        {1e10f, 0x7c00},
+        {65519.0f, 0x7bff},            // below the overflow tie
+        {65520.0f, 0x7c00},            // tie rounds to even: infinity
         {-1e10f, 0xfc00},
         {2.98023223876953125e-8f, 0x0000},  // 2^-25: tie between 0 and the least subnormal
         {2.98023259404089e-8f, 0x0001},     // just above it
         {8.940696716308594e-8f, 0x0002},    // 1.5 units: tie to even 2
-        {1e-10f, 0x0000},
         {-1e-10f, 0x8000},
         {6.1e-5f, 0x03ff},
     };
@@ -154,9 +110,8 @@ TEST(Half, RoundsToNearestEven) {
 }
 
 #if defined(__FLT16_MAX__)
-// The compiler's own conversions as a second opinion: every half value
-// widened, and many floats narrowed.
-TEST(Half, AgreesWithTheCompilersFloat16) {
+// The compiler's own widening as a second opinion on every half value.
+TEST(Half, WideningAgreesWithTheCompilersFloat16) {
     for (uint32_t b = 0; b < 65536; ++b) {
         const bool nan = (b & 0x7c00u) == 0x7c00u && (b & 0x3ffu) != 0;
         if (nan) continue;
@@ -165,24 +120,6 @@ TEST(Half, AgreesWithTheCompilersFloat16) {
         memcpy(&theirs, &bits, 2);
         const half h{bits};
         ASSERT_EQ(FloatBits(HalfToFloat(h)), FloatBits(static_cast<float>(theirs))) << b;
-    }
-    std::mt19937 rng(7);
-    std::vector<float> values;
-    for (int i = 0; i < 200000; ++i) {
-        uint32_t b = rng();
-        // Concentrate on exponents around the half range.
-        b = (b & 0x807fffffu) | ((100u + (b >> 23) % 50u) << 23);
-        float f;
-        memcpy(&f, &b, 4);
-        values.push_back(f);
-    }
-    std::vector<half> ours(values.size());
-    Fp32ToFp16(values.size(), values.data(), ours.data());
-    for (size_t i = 0; i < values.size(); ++i) {
-        const _Float16 theirs = static_cast<_Float16>(values[i]);
-        uint16_t bits;
-        memcpy(&bits, &theirs, 2);
-        ASSERT_EQ(ours[i].bits, bits) << values[i];
     }
 }
 #endif
@@ -208,10 +145,6 @@ TEST(SetThreadAffinity, PinsToCoreFourOrFails) {
     ASSERT_EQ(result, 0);
     EXPECT_TRUE(CPU_ISSET(4, &after) || CPU_ISSET(5, &after) || CPU_ISSET(6, &after));
     for (int core = 0; core < 4; ++core) EXPECT_FALSE(CPU_ISSET(core, &after)) << core;
-}
-
-TEST(GetChipType, IsEmpty) {
-    EXPECT_EQ(GetChipType(), "");
 }
 
 }  // namespace

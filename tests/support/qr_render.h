@@ -30,11 +30,9 @@ inline cv::Mat RenderQrCode(const std::string& text, int moduleSize, int quietMo
     if (!code) throw std::runtime_error("libqrencode could not encode the text");
     const int modules = code->width + 2 * quietModules;
     cv::Mat symbol(modules, modules, CV_8UC1, cv::Scalar(255));
-    for (int y = 0; y < code->width; ++y) {
-        for (int x = 0; x < code->width; ++x) {
-            if (code->data[y * code->width + x] & 1)
-                symbol.at<uint8_t>(y + quietModules, x + quietModules) = 0;
-        }
+    for (int i = 0; i < code->width * code->width; ++i) {
+        if (code->data[i] & 1)
+            symbol.at<uint8_t>(i / code->width + quietModules, i % code->width + quietModules) = 0;
     }
     cv::Mat scaled;
     cv::resize(symbol, scaled, cv::Size(), moduleSize, moduleSize, cv::INTER_NEAREST);
@@ -59,10 +57,9 @@ inline Quad ViewedSquare(cv::Point2f centre, float side, double rollDeg, double 
     Quad quad;
     for (int i = 0; i < 4; ++i) {
         // Roll in the plane, then yaw (about y) and pitch (about x).
-        double x = cr * local[i][0] - sr * local[i][1];
-        double y = sr * local[i][0] + cr * local[i][1];
-        double z = 0;
-        const double x1 = cy * x + sy * z, z1 = -sy * x + cy * z;
+        const double x = cr * local[i][0] - sr * local[i][1];
+        const double y = sr * local[i][0] + cr * local[i][1];
+        const double x1 = cy * x, z1 = -sy * x;  // the square lies in z = 0
         const double y2 = cp * y - sp * z1, z2 = sp * y + cp * z1;
         const double depth = f + z2;
         quad[i] = cv::Point2f(static_cast<float>(centre.x + f * x1 / depth),
