@@ -51,8 +51,10 @@ struct State {
 };
 
 State& TheState() {
-    static State* state = new State();  // outlives every static destructor
-    return *state;
+    // Destroyed when the adapter is unloaded: a host that never opens the
+    // adapter itself sees it go away at the library's dlclose.
+    static State state;
+    return state;
 }
 
 // The scripted status of this call of `function` (0: answer normally).
