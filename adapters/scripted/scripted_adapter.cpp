@@ -48,6 +48,12 @@ struct State {
     std::set<Manager*> managers;
     std::set<Tensor*> tensors;
     std::string runInput;
+
+    // Managers and tensors a caller abandoned die with the adapter.
+    ~State() {
+        for (Manager* m : managers) delete m;
+        for (Tensor* t : tensors) delete t;
+    }
 };
 
 State& TheState() {
