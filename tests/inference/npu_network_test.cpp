@@ -161,34 +161,4 @@ TEST_F(NpuNetworkTest, UnloadReleasesInOrderAndOnlyOnce) {
     EXPECT_EQ(net_.RunModel(), -1) << "not loaded any more";
 }
 
-TEST_F(NpuNetworkTest, QueuedTaskRunsTheUnitScaleModel) {
-    std::vector<float> input(kInputFloats);
-    for (size_t i = 0; i < input.size(); ++i) input[i] = static_cast<float>(i % 1000) / 999.0f;
-    std::vector<uint8_t> expected(input.size());
-    QuantizeUnitBlocksRef(input.data(), expected.data(), input.size());
-    NetWorkBuffer in{input.data(), 0};
-    NetWorkBuffer out{nullptr, 0};
-    ASSERT_EQ(net_.EnqueueTask(in, out), 0);
-    size_t size = 0;
-    const void* seen = ScriptedAdapterRunInput(&size);
-    ASSERT_EQ(size, input.size());
-    EXPECT_EQ(memcmp(seen, expected.data(), size), 0);
-    const int run = FindCall("NNModelRun");
-    EXPECT_EQ(Blob(run, "name"), "DocDetect");
-    EXPECT_EQ(At<int32_t>(Blob(run, "output_count"), 0), 1);
-
-    std::vector<NetWorkBuffer> outs(4, NetWorkBuffer{nullptr, 0});
-    ASSERT_EQ(net_.EnqueueTaskSnpe(in, outs), 0);
-    EXPECT_EQ(outs[0].data, out.data);
-    EXPECT_NE(outs[3].data, nullptr);
-
-    ScriptedAdapterSetStatus("NNModelRun", 1, 0);
-    LogCapture logs;
-    EXPECT_EQ(net_.EnqueueTask(in, out), -1);
-    EXPECT_TRUE(logs.Contains(6, "NpuNetwork::NNModelRun run failed.\n"));
-    NetWorkBuffer empty{nullptr, 0};
-    EXPECT_EQ(net_.EnqueueTask(empty, out), -1);
-    EXPECT_TRUE(logs.Contains(6, "Received a nullptr"));
-}
-
 }  // namespace
