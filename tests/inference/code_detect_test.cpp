@@ -8,7 +8,6 @@
 #include <memory>
 #include <vector>
 
-#include "debug_switch.h"
 #include "log_capture.h"
 #include "scripted_session.h"
 
@@ -66,15 +65,11 @@ class CodeDetectTest : public ScriptedAdapterTest {
 };
 
 TEST_F(CodeDetectTest, LazyLoadThenDetect) {
-    ScopedDebugLog debug(true);
-    LogCapture logs;
     ASSERT_EQ(detector_->CodeDetect(input_.data(), output_.data(), 51150), 0);
-    EXPECT_TRUE(logs.Contains(3, "Load CodeDetectNelk models"));
-    EXPECT_TRUE(logs.Contains(3, "code detect base GetLoadFlag, flag = 0"));
     EXPECT_FALSE(lock().try_lock()) << "set up: the lock is held";
     ExpectDequantizedOutputs();
 
-    logs.Clear();
+    LogCapture logs;
     EXPECT_EQ(detector_->LoadModel(), 0);
     EXPECT_TRUE(logs.Contains(4, "EdgeDetectNpu model already loadedret: 0"));
     ASSERT_EQ(detector_->CodeDetect(input_.data(), output_.data(), 0), 0);
@@ -94,7 +89,6 @@ TEST_F(CodeDetectTest, FailuresAreReported) {
     ScriptedAdapterSetStatus("NNModelLoadFromBuffer", 9, 0);
     LogCapture logs;
     EXPECT_EQ(detector_->LoadModel(), -1);
-    EXPECT_TRUE(logs.Contains(6, "load from Files, ret=9"));
     EXPECT_TRUE(logs.Contains(6, "load edge detect model failed, ret: -1"));
     EXPECT_TRUE(lock().try_lock()) << "no set-up after a failed load";
     lock().unlock();
