@@ -15,7 +15,6 @@ using namespace scancode_test;
 
 namespace {
 
-constexpr int kInputFloats = 640 * 640 * 3;
 const int kOutputElements[5] = {38400, 9600, 2400, 600, 150};
 // The model's quantization, written out independently of the library's table.
 const int kZeroPoints[5] = {-189, -221, -178, -168, -255};
@@ -27,8 +26,8 @@ class CodeDetectTest : public ScriptedAdapterTest {
     void SetUp() override {
         ScriptedAdapterTest::SetUp();
         detector_.reset(GetCodeDetect());
-        input_.resize(kInputFloats);
-        for (int i = 0; i < kInputFloats; ++i) input_[i] = static_cast<float>(i % 256);
+        input_.resize(kDetectorInputFloats);
+        for (int i = 0; i < kDetectorInputFloats; ++i) input_[i] = static_cast<float>(i % 256);
         output_.assign(kCodeDetectOutputFloats, -1234.0f);
         // Output i serves bytes (k * (i + 3)) mod 256 for element k.
         for (int i = 0; i < 5; ++i) {
