@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <opencv2/imgproc.hpp>
@@ -38,9 +39,11 @@ struct WarpRun {
     std::vector<QRInformation> infos;
 };
 
-WarpRun RunWarp(cv::Mat& frame, const std::vector<cv::Rect>& boxes) {
+// `infos` holds the records already there before the step.
+WarpRun RunWarp(cv::Mat& frame, const std::vector<cv::Rect>& boxes,
+                std::vector<QRInformation> infos = {}) {
     CodeDetectPostprocesCalculator calc;
-    WarpRun run{0, {true, false}, {}};
+    WarpRun run{0, {true, false}, std::move(infos)};
     run.rc = calc.warpQRProcess(frame, boxes, run.warp, run.infos);
     return run;
 }
@@ -162,21 +165,18 @@ TEST(WarpQRProcess, ResultsArePastedAtTheInputBoxOfTheSamePosition) {
     picture.copyTo(expected(
         cv::Rect(500 - picture.cols / 2, 500 - picture.rows / 2, picture.cols, picture.rows)));
 
-    std::vector<QRInformation> infos = {{true, 42, {1, 2}, {3, 4}, {5, 6}, {7, 8}}};
-    CodeDetectPostprocesCalculator calc;
-    WarpInfo warp{true, false};
-    EXPECT_EQ(calc.warpQRProcess(scene.frame, boxes, warp, infos), 0);
-
-    EXPECT_TRUE(warp.hasWarp);
+    const WarpRun run = RunWarp(scene.frame, boxes, {{true, 42, {1, 2}, {3, 4}, {5, 6}, {7, 8}}});
+    EXPECT_EQ(run.rc, 0);
+    EXPECT_TRUE(run.warp.hasWarp);
     EXPECT_TRUE(SameMat(scene.frame, expected));
     EXPECT_EQ(scancode_test::DecodeQr(picture), text);
-    ASSERT_EQ(infos.size(), 2u);
-    EXPECT_EQ(infos[0].qrSize, 42) << "records already there are left alone";
-    EXPECT_EQ(infos[0].topLeft, cv::Point2f(1, 2));
+    ASSERT_EQ(run.infos.size(), 2u);
+    EXPECT_EQ(run.infos[0].qrSize, 42) << "records already there are left alone";
+    EXPECT_EQ(run.infos[0].topLeft, cv::Point2f(1, 2));
     const cv::Point2f origin(static_cast<float>(cropRect.x), static_cast<float>(cropRect.y));
-    EXPECT_EQ(infos[1].topLeft, info.topLeft + origin);
-    EXPECT_EQ(infos[1].bottomRight, info.bottomRight + origin);
-    EXPECT_EQ(infos[1].qrSize, info.qrSize);
+    EXPECT_EQ(run.infos[1].topLeft, info.topLeft + origin);
+    EXPECT_EQ(run.infos[1].bottomRight, info.bottomRight + origin);
+    EXPECT_EQ(run.infos[1].qrSize, info.qrSize);
 }
 
 TEST(WarpQRProcess, BoxesWithoutACropAreSkippedWithoutHarm) {
