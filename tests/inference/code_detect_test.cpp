@@ -8,7 +8,6 @@
 #include <memory>
 #include <vector>
 
-#include "debug_switch.h"
 #include "log_capture.h"
 #include "scripted_session.h"
 
@@ -16,7 +15,6 @@ using namespace scancode_test;
 
 namespace {
 
-constexpr int kInputFloats = 640 * 640 * 3;
 const int kOutputElements[5] = {38400, 9600, 2400, 600, 150};
 // The model's quantization, written out independently of the library's table.
 const int kZeroPoints[5] = {-189, -221, -178, -168, -255};
@@ -28,8 +26,8 @@ class CodeDetectTest : public ScriptedAdapterTest {
     void SetUp() override {
         ScriptedAdapterTest::SetUp();
         detector_.reset(GetCodeDetect());
-        input_.resize(kInputFloats);
-        for (int i = 0; i < kInputFloats; ++i) input_[i] = static_cast<float>(i % 256);
+        input_.resize(kDetectorInputFloats);
+        for (int i = 0; i < kDetectorInputFloats; ++i) input_[i] = static_cast<float>(i % 256);
         output_.assign(kCodeDetectOutputFloats, -1234.0f);
         // Output i serves bytes (k * (i + 3)) mod 256 for element k.
         for (int i = 0; i < 5; ++i) {
@@ -66,15 +64,11 @@ class CodeDetectTest : public ScriptedAdapterTest {
 };
 
 TEST_F(CodeDetectTest, LazyLoadThenDetect) {
-    ScopedDebugLog debug(true);
-    LogCapture logs;
     ASSERT_EQ(detector_->CodeDetect(input_.data(), output_.data(), 51150), 0);
-    EXPECT_TRUE(logs.Contains(3, "Load CodeDetectNelk models"));
-    EXPECT_TRUE(logs.Contains(3, "code detect base GetLoadFlag, flag = 0"));
     EXPECT_FALSE(lock().try_lock()) << "set up: the lock is held";
     ExpectDequantizedOutputs();
 
-    logs.Clear();
+    LogCapture logs;
     EXPECT_EQ(detector_->LoadModel(), 0);
     EXPECT_TRUE(logs.Contains(4, "EdgeDetectNpu model already loadedret: 0"));
     ASSERT_EQ(detector_->CodeDetect(input_.data(), output_.data(), 0), 0);
@@ -94,7 +88,6 @@ TEST_F(CodeDetectTest, FailuresAreReported) {
     ScriptedAdapterSetStatus("NNModelLoadFromBuffer", 9, 0);
     LogCapture logs;
     EXPECT_EQ(detector_->LoadModel(), -1);
-    EXPECT_TRUE(logs.Contains(6, "load from Files, ret=9"));
     EXPECT_TRUE(logs.Contains(6, "load edge detect model failed, ret: -1"));
     EXPECT_TRUE(lock().try_lock()) << "no set-up after a failed load";
     lock().unlock();

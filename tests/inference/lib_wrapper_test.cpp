@@ -6,7 +6,6 @@
 
 #include <cstdio>
 #include <fstream>
-#include <functional>
 #include <string>
 
 #include "inference/npu_model_loader.h"
@@ -25,7 +24,6 @@ TEST(LibWrapper, OpensOnceAndCachesHitsAndMisses) {
     void* cosine = wrapper.preFetchFunction("cos");
     ASSERT_NE(cosine, nullptr);
     EXPECT_EQ(cosine, dlsym(wrapper.mHandle, "cos"));
-    EXPECT_TRUE(logs.Contains(4, std::string("getHandle(), success to load lib ") + kSystemLib));
     EXPECT_EQ(wrapper.preFetchFunction("cos"), cosine);
     EXPECT_EQ(logs.Count(std::string("getHandle(), success to load lib ") + kSystemLib), 1u);
 
@@ -57,36 +55,19 @@ TEST(LibWrapper, MissingLibraryIsRetriedAndCachesNothing) {
     EXPECT_EQ(logs.texts(), std::vector<std::string>{"getHandle(), mLibName is nullptr"});
 }
 
-std::string Stdout(const std::function<void()>& body) {
-    ::testing::internal::CaptureStdout();
-    body();
-    fflush(stdout);
-    return ::testing::internal::GetCapturedStdout();
-}
-
-TEST(FileHelpers, ReadExactlyTheSizeAndReportEachFailure) {
+// The loader's tests pin the success and missing-file reports; here only the
+// answers to bad arguments.
+TEST(FileHelpers, ReadExactlyTheSizeAndRejectBadArguments) {
     const std::string path = ::testing::TempDir() + "scancode_file_helpers.bin";
     std::ofstream(path, std::ios::binary) << "0123456789abcdef";
     EXPECT_EQ(GetFileLength(path.c_str()), 16u);
-    char buffer[5] = {};
-    EXPECT_EQ(Stdout([&] { EXPECT_EQ(ReadFile(path.c_str(), buffer, 4), 0); }),
-              "read " + path + " success!\n");
-    EXPECT_STREQ(buffer, "0123");
-
-    const struct {
-        const char* path;
-        void* buffer;
-        int size;
-    } cases[] = {{path.c_str(), buffer, 0}, {nullptr, buffer, 4}, {path.c_str(), nullptr, 4}};
-    for (const auto& c : cases) {
-        char expected[128];
-        snprintf(expected, sizeof expected, "invalid file name: %p buf: %p size: %d\n",
-                 static_cast<const void*>(c.path), c.buffer, c.size);
-        EXPECT_EQ(Stdout([&] { EXPECT_EQ(ReadFile(c.path, c.buffer, c.size), -1); }), expected);
-    }
-    EXPECT_EQ(Stdout([&] { EXPECT_EQ(ReadFile("/nonexistent/m.bin", buffer, 4), -1); }),
-              "open file /nonexistent/m.bin failed\n");
     EXPECT_EQ(GetFileLength(nullptr), 0u);
+    char buffer[5] = {};
+    EXPECT_EQ(ReadFile(path.c_str(), buffer, 4), 0);
+    EXPECT_STREQ(buffer, "0123");
+    EXPECT_EQ(ReadFile(path.c_str(), buffer, 0), -1);
+    EXPECT_EQ(ReadFile(nullptr, buffer, 4), -1);
+    EXPECT_EQ(ReadFile(path.c_str(), nullptr, 4), -1);
     std::remove(path.c_str());
 }
 

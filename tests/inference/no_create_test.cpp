@@ -1,7 +1,6 @@
 // The adapter variant without "NNModelManagerCreateWithConfig".
 #include <gtest/gtest.h>
 
-#include "inference/npu_model_loader.h"
 #include "log_capture.h"
 #include "scripted_session.h"
 

@@ -4,7 +4,6 @@
 
 #include <vector>
 
-#include "inference/npu_model_loader.h"
 #include "log_capture.h"
 #include "scripted_session.h"
 
@@ -20,10 +19,8 @@ size_t CountPrefix(const LogCapture& logs, const std::string& prefix) {
 
 TEST_F(ScriptedAdapterTest, MissingFunctionsAreLoggedAndTreatedAsFailures) {
     NpuNetwork net;
-    net.SetModelType(CODE_DETECT);
-    ASSERT_EQ(LoadNpuModel(net), 0);
-    ASSERT_TRUE(net.SetupModel());
-    std::fill(net.GetInputBuffer(0), net.GetInputBuffer(0) + 640 * 640 * 3, 1.0f);
+    LoadAndSetUp(net);
+    if (HasFatalFailure()) return;
 
     LogCapture logs;
     EXPECT_EQ(net.RunModel(), -1);

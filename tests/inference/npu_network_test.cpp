@@ -6,7 +6,6 @@
 #include <cstring>
 #include <vector>
 
-#include "inference/npu_model_loader.h"
 #include "inference/quantize.h"
 #include "log_capture.h"
 #include "scripted_session.h"
@@ -15,17 +14,12 @@ using namespace scancode_test;
 
 namespace {
 
-constexpr int kInputFloats = 640 * 640 * 3;
-
 class NpuNetworkTest : public ScriptedAdapterTest {
   protected:
     void SetUp() override {
         ScriptedAdapterTest::SetUp();
-        net_.SetModelType(CODE_DETECT);
-        ASSERT_EQ(LoadNpuModel(net_), 0);
-        ASSERT_TRUE(net_.SetupModel());
-        float* in = net_.GetInputBuffer(0);
-        std::fill(in, in + kInputFloats, 1.0f);
+        LoadAndSetUp(net_);
+        if (HasFatalFailure()) return;
         ScriptedAdapterClearCalls();
     }
     void TearDown() override {
@@ -53,11 +47,9 @@ TEST_F(NpuNetworkTest, TensorRecordsOnTheWire) {
         const std::string record = Blob(call, "config");
         ASSERT_EQ(record.size(), 64u);
         for (int d = 0; d < 4; ++d) EXPECT_EQ(At<int32_t>(record, 4 * d), expected[t].dims[d]);
-        EXPECT_EQ(At<int32_t>(record, 16), 0);
-        EXPECT_EQ(At<int32_t>(record, 20), 4);
-        EXPECT_EQ(At<int32_t>(record, 24), 1);
+        for (auto [offset, value] : {std::pair{16, 0}, {20, 4}, {24, 1}, {40, expected[t].index}})
+            EXPECT_EQ(At<int32_t>(record, offset), value) << "tensor " << t << " at " << offset;
         EXPECT_EQ(Blob(call, "name"), expected[t].name);
-        EXPECT_EQ(At<int32_t>(record, 40), expected[t].index);
         EXPECT_TRUE(AllZero(record, 44, 64));
         EXPECT_EQ(At<void*>(Blob(call, "manager"), 0), static_cast<void*>(net_.mAiModelManager));
     }
@@ -67,17 +59,17 @@ TEST_F(NpuNetworkTest, TensorRecordsOnTheWire) {
 
 TEST_F(NpuNetworkTest, RunQuantizesAndExposesTheAdaptersOutputMemory) {
     float* in = net_.GetInputBuffer(0);
-    for (int i = 0; i < kInputFloats; ++i)
+    for (int i = 0; i < kDetectorInputFloats; ++i)
         in[i] = static_cast<float>((i * 37) % 2600) / 10.0f - 2.0f;
-    std::vector<uint8_t> expected(kInputFloats);
-    QuantizePixelBlocksRef(in, expected.data(), kInputFloats);
+    std::vector<uint8_t> expected(kDetectorInputFloats);
+    QuantizePixelBlocksRef(in, expected.data(), kDetectorInputFloats);
     const std::vector<uint8_t> head(150, 0x7f);
     ScriptedAdapterSetOutput(4, head.data(), head.size());
 
     ASSERT_EQ(net_.RunModel(), 0);
     size_t size = 0;
     const void* seen = ScriptedAdapterRunInput(&size);
-    ASSERT_EQ(size, static_cast<size_t>(kInputFloats));
+    ASSERT_EQ(size, static_cast<size_t>(kDetectorInputFloats));
     EXPECT_EQ(memcmp(seen, expected.data(), size), 0);
     const int run = FindCall("NNModelRun");
     ASSERT_GE(run, 0);
@@ -159,36 +151,6 @@ TEST_F(NpuNetworkTest, UnloadReleasesInOrderAndOnlyOnce) {
     EXPECT_EQ(net_.UnloadModel(), 0);
     EXPECT_TRUE(AdapterCalls().empty());
     EXPECT_EQ(net_.RunModel(), -1) << "not loaded any more";
-}
-
-TEST_F(NpuNetworkTest, QueuedTaskRunsTheUnitScaleModel) {
-    std::vector<float> input(kInputFloats);
-    for (size_t i = 0; i < input.size(); ++i) input[i] = static_cast<float>(i % 1000) / 999.0f;
-    std::vector<uint8_t> expected(input.size());
-    QuantizeUnitBlocksRef(input.data(), expected.data(), input.size());
-    NetWorkBuffer in{input.data(), 0};
-    NetWorkBuffer out{nullptr, 0};
-    ASSERT_EQ(net_.EnqueueTask(in, out), 0);
-    size_t size = 0;
-    const void* seen = ScriptedAdapterRunInput(&size);
-    ASSERT_EQ(size, input.size());
-    EXPECT_EQ(memcmp(seen, expected.data(), size), 0);
-    const int run = FindCall("NNModelRun");
-    EXPECT_EQ(Blob(run, "name"), "DocDetect");
-    EXPECT_EQ(At<int32_t>(Blob(run, "output_count"), 0), 1);
-
-    std::vector<NetWorkBuffer> outs(4, NetWorkBuffer{nullptr, 0});
-    ASSERT_EQ(net_.EnqueueTaskSnpe(in, outs), 0);
-    EXPECT_EQ(outs[0].data, out.data);
-    EXPECT_NE(outs[3].data, nullptr);
-
-    ScriptedAdapterSetStatus("NNModelRun", 1, 0);
-    LogCapture logs;
-    EXPECT_EQ(net_.EnqueueTask(in, out), -1);
-    EXPECT_TRUE(logs.Contains(6, "NpuNetwork::NNModelRun run failed.\n"));
-    NetWorkBuffer empty{nullptr, 0};
-    EXPECT_EQ(net_.EnqueueTask(empty, out), -1);
-    EXPECT_TRUE(logs.Contains(6, "Received a nullptr"));
 }
 
 }  // namespace

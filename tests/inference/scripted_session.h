@@ -6,14 +6,29 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "inference/npu_model_loader.h"
 #include "scripted_adapter.h"
 
 namespace scancode_test {
+
+// Floats in the code detector's 640 x 640 x 3 input.
+constexpr int kDetectorInputFloats = 640 * 640 * 3;
+
+// What `body` printed; the file helpers report to stdout, kept out of the
+// test log.
+template <typename Body>
+std::string StdoutOf(Body&& body) {
+    ::testing::internal::CaptureStdout();
+    body();
+    fflush(stdout);
+    return ::testing::internal::GetCapturedStdout();
+}
 
 inline std::vector<std::string> AdapterCalls() {
     std::vector<std::string> names;
@@ -66,6 +81,14 @@ class ScriptedAdapterTest : public ::testing::Test {
         tensorsAtStart_ = ScriptedAdapterLiveTensors();
     }
     void TearDown() override { ScriptedAdapterReset(); }
+
+    // A code detector network loaded, set up and given an all-ones input.
+    static void LoadAndSetUp(NpuNetwork& net) {
+        net.SetModelType(CODE_DETECT);
+        ASSERT_EQ(LoadNpuModel(net), 0);
+        ASSERT_TRUE(net.SetupModel());
+        std::fill(net.GetInputBuffer(0), net.GetInputBuffer(0) + kDetectorInputFloats, 1.0f);
+    }
 
     int NewManagers() const { return ScriptedAdapterLiveManagers() - managersAtStart_; }
     int NewTensors() const { return ScriptedAdapterLiveTensors() - tensorsAtStart_; }

@@ -1,17 +1,13 @@
 #include "inference/tensor_convert.h"
 
 #include <gtest/gtest.h>
-#include <sched.h>
 
 #include <cmath>
 #include <cstring>
-#include <thread>
 #include <vector>
 
 #include "inference/code_detect.h"
-#include "log_capture.h"
 
-using scancode_test::LogCapture;
 
 namespace {
 
@@ -48,25 +44,6 @@ TEST(Uint8ToFP32, DetectorOutputsMatchDoublePrecisionBitForBit) {
     }
 }
 
-TEST(TensorConvert, NhwcToPlanarReordersChannels) {
-    const unsigned char in[] = {1, 2, 3, 4, 5, 6};
-    float out[6] = {};
-    Uint8ToFP32(1, 2, 3, in, out, -1, 0.5f);
-    EXPECT_EQ(std::vector<float>(out, out + 6), (std::vector<float>{0, 1.5f, 0.5f, 2, 1, 2.5f}));
-    unsigned char bytes[6] = {};
-    Uint8NhwcToNchw(1, 2, 3, in, bytes);
-    EXPECT_EQ(std::vector<int>(bytes, bytes + 6), (std::vector<int>{1, 4, 2, 5, 3, 6}));
-
-    float untouched = 9;  // empty shapes and counts write nothing
-    Uint8ToFP32(1, 2, 0, in, &untouched, 0, 1.0f);
-    Uint8ToFP32(0, 2, 3, in, &untouched, 0, 1.0f);
-    Uint8ToFP32(-3, in, &untouched, 0, 1.0f);
-    EXPECT_EQ(untouched, 9);
-    LogCapture logs;
-    Uint8NhwcToNchw(2, 2, 3, nullptr, bytes);
-    EXPECT_TRUE(logs.Contains(6, "nhwcToNchw Received a nullptr"));
-}
-
 TEST(Half, EveryHalfValueRoundTrips) {
     for (uint32_t b = 0; b < 65536; ++b) {
         const half h{static_cast<uint16_t>(b)};
@@ -83,68 +60,6 @@ TEST(Half, EveryHalfValueRoundTrips) {
             ASSERT_EQ(back.bits, b) << std::hex << b;
         }
     }
-}
-
-TEST(Half, RoundsToNearestEven) {
-    struct Case {
-        float value;
-        uint16_t bits;
-    };
-    const Case cases[] = {
-        {1.0f + 1.0f / 2048, 0x3c00},  // tie, even below
-        {1.0f + 3.0f / 2048, 0x3c02},  // tie, even above
-        {65519.0f, 0x7bff},            // below the overflow tie
-        {65520.0f, 0x7c00},            // tie rounds to even: infinity
-        {-1e10f, 0xfc00},
-        {2.98023223876953125e-8f, 0x0000},  // 2^-25: tie between 0 and the least subnormal
-        {2.98023259404089e-8f, 0x0001},     // just above it
-        {8.940696716308594e-8f, 0x0002},    // 1.5 units: tie to even 2
-        {-1e-10f, 0x8000},
-        {6.1e-5f, 0x03ff},
-    };
-    for (const auto& c : cases) {
-        half h{};
-        Fp32ToFp16(1, &c.value, &h);
-        EXPECT_EQ(h.bits, c.bits) << c.value;
-    }
-}
-
-#if defined(__FLT16_MAX__)
-// The compiler's own widening as a second opinion on every half value.
-TEST(Half, WideningAgreesWithTheCompilersFloat16) {
-    for (uint32_t b = 0; b < 65536; ++b) {
-        const bool nan = (b & 0x7c00u) == 0x7c00u && (b & 0x3ffu) != 0;
-        if (nan) continue;
-        _Float16 theirs;
-        const uint16_t bits = static_cast<uint16_t>(b);
-        memcpy(&theirs, &bits, 2);
-        const half h{bits};
-        ASSERT_EQ(FloatBits(HalfToFloat(h)), FloatBits(static_cast<float>(theirs))) << b;
-    }
-}
-#endif
-
-TEST(SetThreadAffinity, PinsToCoreFourOrFails) {
-    // Run on a thread of its own so the test runner stays unpinned.
-    int result = 99;
-    cpu_set_t after;
-    CPU_ZERO(&after);
-    std::thread([&] {
-        result = SetThreadAffinity();
-        sched_getaffinity(0, sizeof after, &after);
-    }).join();
-
-    cpu_set_t allowed;
-    sched_getaffinity(0, sizeof allowed, &allowed);
-    bool anyOfFourToSix = false;
-    for (int core = 4; core <= 6; ++core) anyOfFourToSix |= CPU_ISSET(core, &allowed) != 0;
-    if (!anyOfFourToSix) {
-        EXPECT_EQ(result, -1) << "cores 4 to 6 are not available here";
-        return;
-    }
-    ASSERT_EQ(result, 0);
-    EXPECT_TRUE(CPU_ISSET(4, &after) || CPU_ISSET(5, &after) || CPU_ISSET(6, &after));
-    for (int core = 0; core < 4; ++core) EXPECT_FALSE(CPU_ISSET(core, &after)) << core;
 }
 
 }  // namespace

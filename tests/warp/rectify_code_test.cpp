@@ -9,18 +9,11 @@
 #include "qr_decode.h"
 #include "qr_render.h"
 #include "warp/rectify.h"
+#include "warp_scene.h"
 
 namespace {
 
 using scancode_test::Quad;
-
-// The crop the warp step cuts around a box: half a box side larger, cut at
-// the frame edges.
-cv::Rect CropAround(const cv::Rect& box, const cv::Size& frame) {
-    const cv::Rect enlarged(box.x - box.width / 4, box.y - box.height / 4, box.width * 3 / 2,
-                            box.height * 3 / 2);
-    return enlarged & cv::Rect(0, 0, frame.width, frame.height);
-}
 
 enum class Cut { kNone, kCrop, kLabel };
 
@@ -45,7 +38,7 @@ TEST_P(RectifyRealCode, FindsCornersAndStraightensToADecodableSquare) {
     const Quad quad = scancode_test::ViewedSquare(s.centre, s.side, s.roll, s.yaw, s.pitch);
     const scancode_test::SceneWithCode scene =
         scancode_test::MakeScene(frameSize, quad, text, 8, s.blur, s.noise);
-    const cv::Rect cropRect = CropAround(scene.box, frameSize);
+    const cv::Rect cropRect = scancode_test::CropAround(scene.box, frameSize);
     const cv::Mat crop = scene.frame(cropRect);
     const cv::Rect2f inFrame(0, 0, static_cast<float>(frameSize.width),
                              static_cast<float>(frameSize.height));
@@ -88,11 +81,6 @@ const Scene kScenes[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Scenes, RectifyRealCode, ::testing::ValuesIn(kScenes),
-                         [](const ::testing::TestParamInfo<Scene>& info) {
-                             std::string name = info.param.name;
-                             for (char& c : name)
-                                 if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-                             return name;
-                         });
+                         scancode_test::SceneName<Scene>);
 
 }  // namespace

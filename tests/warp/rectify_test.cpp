@@ -6,19 +6,15 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "debug_switch.h"
-#include "log_capture.h"
 #include "qr_decode.h"
 #include "qr_render.h"
 #include "warp/rectify.h"
+#include "warp_scene.h"
 
 namespace {
 
 using scancode_test::Quad;
-
-bool SameMat(const cv::Mat& a, const cv::Mat& b) {
-    return a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0;
-}
+using scancode_test::SameMat;
 
 cv::Mat Resized(const cv::Mat& img, int side) {
     cv::Mat out;
@@ -55,31 +51,6 @@ void ExpectWholeCropFallback(const cv::Mat& crop, const cv::Mat& picture,
     // The far corners lie one pixel beyond the last column and row.
     ExpectRecord(info, side, cv::Rect2f(0, 0, crop.cols, crop.rows));
     EXPECT_TRUE(SameMat(picture, Resized(crop, side)));
-}
-
-TEST(DetectQrcodePosByBlackRegion, BoxWidenedByAQuarterOfEachMargin) {
-    struct Case {
-        const char* name;
-        cv::Mat binary;
-        std::vector<cv::Rect> dark;
-        std::vector<int> box;
-    };
-    const Case cases[] = {
-        {"no dark pixel", cv::Mat(10, 20, CV_8UC1, cv::Scalar(255)), {}, {0, 0, 19, 9}},
-        {"empty", cv::Mat(), {}, {0, 0, -1, -1}},
-        // min (8, 4), max (11, 5): 8 - 2, 4 - 1, 11 + 9 / 4, 5 + 5 / 4
-        {"block", cv::Mat(10, 20, CV_8UC1, cv::Scalar(255)), {{8, 4, 4, 2}}, {6, 3, 13, 6}},
-        {"corners",
-         cv::Mat(10, 20, CV_8UC1, cv::Scalar(255)),
-         {{0, 0, 1, 1}, {19, 9, 1, 1}},
-         {0, 0, 19, 9}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        cv::Mat binary = c.binary.clone();
-        for (const cv::Rect& r : c.dark) binary(r).setTo(0);
-        EXPECT_EQ(detectQrcodePosByBlackRegion(binary), c.box);
-    }
 }
 
 TEST(DilateAndErode, ThreeDilationsThenOneErosion) {
@@ -210,32 +181,6 @@ TEST(RectifyQrcodeImg, UnusableCropGivesAnEmptyPicture) {
         EXPECT_FALSE(info.isValid);
         EXPECT_EQ(info.qrSize, 0);
         EXPECT_EQ(info.topLeft, cv::Point2f(0, 0));
-    }
-}
-
-TEST(RectifyQrcodeImg, TimingLinesOnlyWithTheDebugSwitch) {
-    // A tilted label in a crop half its size larger, as the warp step cuts
-    // it: the side ratio calls for the perspective warp.
-    const Quad quad = scancode_test::ViewedSquare({150, 150}, 180, 0, 35);
-    const cv::Rect box = scancode_test::BoundingBox(quad);
-    cv::Mat frame(300, 300, CV_8UC3, cv::Scalar::all(40));
-    scancode_test::PlacePicture(frame, cv::Mat(150, 150, CV_8UC3, cv::Scalar::all(230)), quad);
-    const cv::Mat crop = frame(cv::Rect(box.x - box.width / 4, box.y - box.height / 4,
-                                        box.width * 3 / 2, box.height * 3 / 2) &
-                               cv::Rect(0, 0, 300, 300));
-    QRInformation info{};
-    for (bool debug : {false, true}) {
-        scancode_test::ScopedDebugLog on(debug);
-        scancode_test::LogCapture log;
-        rectifyQrcodeImg(crop, info);
-        const char* labels[] = {"binary", "contour", "extract lines", "warp"};
-        ASSERT_EQ(log.lines().size(), debug ? 4u : 0u);
-        for (size_t i = 0; i < log.lines().size(); ++i) {
-            const std::string prefix =
-                std::string("SYNC_DDK_TIME , Total rectifyQrcodeImg ") + labels[i] + " Time  : ";
-            EXPECT_EQ(log.lines()[i].prio, 3);
-            EXPECT_EQ(log.lines()[i].text.rfind(prefix, 0), 0u) << log.lines()[i].text;
-        }
     }
 }
 
