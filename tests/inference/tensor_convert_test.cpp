@@ -153,14 +153,25 @@ TEST(Half, RoundsToNearestEven) {
     }
 }
 
-#if defined(__FLT16_MAX__)
+// The compiler's own half type, where it has one. g++ for aarch64 offers
+// only the storage type __fp16 in C++ (IEEE format, converted by the FPU);
+// x86-64 g++ and clang have _Float16.
+#if defined(__aarch64__)
+#define SCANCODE_COMPILER_HALF 1
+using CompilerHalf = __fp16;
+#elif defined(__FLT16_MAX__)
+#define SCANCODE_COMPILER_HALF 1
+using CompilerHalf = _Float16;
+#endif
+
+#if defined(SCANCODE_COMPILER_HALF)
 // The compiler's own conversions as a second opinion: every half value
 // widened, and many floats narrowed.
 TEST(Half, AgreesWithTheCompilersFloat16) {
     for (uint32_t b = 0; b < 65536; ++b) {
         const bool nan = (b & 0x7c00u) == 0x7c00u && (b & 0x3ffu) != 0;
         if (nan) continue;
-        _Float16 theirs;
+        CompilerHalf theirs;
         const uint16_t bits = static_cast<uint16_t>(b);
         memcpy(&theirs, &bits, 2);
         const half h{bits};
@@ -179,7 +190,7 @@ TEST(Half, AgreesWithTheCompilersFloat16) {
     std::vector<half> ours(values.size());
     Fp32ToFp16(values.size(), values.data(), ours.data());
     for (size_t i = 0; i < values.size(); ++i) {
-        const _Float16 theirs = static_cast<_Float16>(values[i]);
+        const CompilerHalf theirs = static_cast<CompilerHalf>(values[i]);
         uint16_t bits;
         memcpy(&bits, &theirs, 2);
         ASSERT_EQ(ours[i].bits, bits) << values[i];
