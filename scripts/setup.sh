@@ -3,6 +3,7 @@
 #   scripts/setup.sh test   build, tests, benchmarks
 #   scripts/setup.sh run    the command-line tool with the reference adapter
 #   scripts/setup.sh arm64  cross build for Linux aarch64, tests under qemu
+#   scripts/setup.sh fuzz   libFuzzer targets (clang) and the soak run under valgrind
 set -euo pipefail
 
 build=(cmake make g++ binutils libopencv-core-dev libopencv-imgproc-dev)
@@ -11,12 +12,14 @@ run=(libopencv-dnn-dev libopencv-imgcodecs-dev libopencv-videoio-dev)
 arm64=(g++-aarch64-linux-gnu qemu-user libopencv-core-dev:arm64 libopencv-imgproc-dev:arm64
        libgtest-dev:arm64 libgmock-dev:arm64 libyuv-dev:arm64 libqrencode-dev:arm64
        libzxing-dev:arm64)
+fuzz=(clang-14 libclang-rt-14-dev valgrind)
 
 want=("${build[@]}")
 for group in "$@"; do
   case "$group" in
     test) want+=("${test[@]}" "${run[@]}") ;;
     run) want+=("${run[@]}") ;;
+    fuzz) want+=("${fuzz[@]}") ;;
     arm64)
       # arm64 packages install beside the native ones (multiarch).
       dpkg --print-foreign-architectures | grep -qx arm64 || dpkg --add-architecture arm64
