@@ -78,7 +78,10 @@ TEST(ResolveAdapterFunction, LogsAMissAsAFailedInvoke) {
 class FileHelpersTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        path_ = ::testing::TempDir() + "scancode_file_helpers.bin";
+        // One file per test: CTest runs the tests of this fixture as
+        // parallel processes, and one's TearDown must not remove another's.
+        path_ = ::testing::TempDir() + "scancode_file_helpers_" +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".bin";
         std::ofstream(path_, std::ios::binary) << std::string("0123456789abcdef", 16);
     }
     void TearDown() override { std::remove(path_.c_str()); }
