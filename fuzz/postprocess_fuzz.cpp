@@ -20,7 +20,7 @@ constexpr int kCells = kFloats / 6;
 
 // The literal sort and suppression are quadratic; beyond this many kept cells
 // only the library runs.
-constexpr int kCompareUpTo = 1500;
+constexpr int kCompareUpTo = 400;
 
 int KeptCells(const float* out) {
     int kept = 0;
@@ -28,20 +28,6 @@ int KeptCells(const float* out) {
         if (static_cast<double>(out[6 * i + 4]) >= -0.8473) ++kept;
     }
     return kept;
-}
-
-// Boxes whose float values do not fit an int are truncated differently by
-// the literal transcription (undefined there), so only finite, int-sized
-// results are compared.
-bool Comparable(const float* out) {
-    for (int i = 0; i < kCells; ++i) {
-        const float* v = out + 6 * i;
-        if (!(static_cast<double>(v[4]) >= -0.8473)) continue;
-        for (int k = 0; k < 4; ++k) {
-            if (!(v[k] < 20.0f)) return false;  // exp stays far below INT_MAX, NaN excluded
-        }
-    }
-    return true;
 }
 
 }  // namespace
@@ -87,7 +73,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         output[at] = scancode_fuzz::InterestingFloat(in);
     }
 
-    const bool compare = KeptCells(output) <= kCompareUpTo && Comparable(output);
+    // Listed boxes always lie inside the frame, so the transcription's plain
+    // int conversions stay defined whatever the values.
+    const bool compare = KeptCells(output) <= kCompareUpTo;
     literal::Result want;
     if (compare) want = literal::PostProcess(cols, rows, output);
 
