@@ -5,6 +5,7 @@
 #   scripts/setup.sh eval   QR-free natural pictures for the detection evaluation
 #   scripts/setup.sh arm64  cross build for Linux aarch64, tests under qemu
 #   scripts/setup.sh train  training and evaluating the detector (model/)
+#   scripts/setup.sh fuzz   libFuzzer targets (clang) and the soak run under valgrind
 set -euo pipefail
 
 build=(cmake make g++ binutils libopencv-core-dev libopencv-imgproc-dev)
@@ -15,6 +16,7 @@ arm64=(g++-aarch64-linux-gnu qemu-user libopencv-core-dev:arm64 libopencv-imgpro
        libgtest-dev:arm64 libgmock-dev:arm64 libyuv-dev:arm64 libqrencode-dev:arm64
        libzxing-dev:arm64)
 train=(python3-torch python3-opencv python3-numpy python3-segno)
+fuzz=(clang-14 libclang-rt-14-dev valgrind)
 
 want=("${build[@]}")
 for group in "$@"; do
@@ -22,6 +24,7 @@ for group in "$@"; do
     test) want+=("${test[@]}" "${run[@]}") ;;
     run) want+=("${run[@]}") ;;
     eval) want+=("${eval[@]}") ;;
+    fuzz) want+=("${fuzz[@]}") ;;
     arm64)
       # arm64 packages install beside the native ones (multiarch).
       dpkg --print-foreign-architectures | grep -qx arm64 || dpkg --add-architecture arm64

@@ -15,6 +15,15 @@
 
 #define ADAPTER_API extern "C" __attribute__((visibility("default")))
 
+// The platform's type names, left opaque: the signatures must be the very
+// function types the library calls through (clang's -fsanitize=function
+// checks that), while the records are still read by byte offset below.
+struct NNModelManager;
+struct NNModelManagerConfig;
+struct NNModelDescriptor;
+struct NNTensorBuffer;
+struct NNTensorConfig;
+
 namespace {
 
 constexpr size_t kTensorRecordSize = 64;
@@ -109,7 +118,7 @@ void RecordTensor(Call& call, const std::string& key, const std::string& nameKey
 // --- adapter functions -------------------------------------------------------
 
 #ifndef OMIT_NNModelManagerCreateWithConfig
-ADAPTER_API void* NNModelManagerCreateWithConfig(const void* config) {
+ADAPTER_API NNModelManager* NNModelManagerCreateWithConfig(const NNModelManagerConfig* config) {
     State& s = TheState();
     std::lock_guard<std::mutex> lock(s.mutex);
     Call& call = Record(s, "NNModelManagerCreateWithConfig");
@@ -120,12 +129,13 @@ ADAPTER_API void* NNModelManagerCreateWithConfig(const void* config) {
         s.managers.insert(manager);
     }
     call.blobs["result"] = Value(manager);
-    return manager;
+    return reinterpret_cast<NNModelManager*>(manager);
 }
 #endif
 
 #ifndef OMIT_NNModelLoadFromBuffer
-ADAPTER_API int32_t NNModelLoadFromBuffer(void* manager, const void* descriptor, int32_t count) {
+ADAPTER_API int32_t NNModelLoadFromBuffer(NNModelManager* manager,
+                                          const NNModelDescriptor* descriptor, int32_t count) {
     State& s = TheState();
     std::lock_guard<std::mutex> lock(s.mutex);
     Call& call = Record(s, "NNModelLoadFromBuffer");
@@ -163,17 +173,17 @@ ADAPTER_API int32_t NNModelLoadFromBuffer(void* manager, const void* descriptor,
 #endif
 
 #ifndef OMIT_NNModelManagerDestroy
-ADAPTER_API void NNModelManagerDestroy(void* manager) {
+ADAPTER_API void NNModelManagerDestroy(NNModelManager* manager) {
     State& s = TheState();
     std::lock_guard<std::mutex> lock(s.mutex);
     Record(s, "NNModelManagerDestroy").blobs["manager"] = Value(manager);
-    auto* m = static_cast<Manager*>(manager);
+    auto* m = reinterpret_cast<Manager*>(manager);
     if (s.managers.erase(m) != 0) delete m;
 }
 #endif
 
 #ifndef OMIT_NNModelUnload
-ADAPTER_API int32_t NNModelUnload(void* manager) {
+ADAPTER_API int32_t NNModelUnload(NNModelManager* manager) {
     State& s = TheState();
     std::lock_guard<std::mutex> lock(s.mutex);
     Record(s, "NNModelUnload").blobs["manager"] = Value(manager);
@@ -182,7 +192,8 @@ ADAPTER_API int32_t NNModelUnload(void* manager) {
 #endif
 
 #ifndef OMIT_NNTensorBufferCreateWithConfig
-ADAPTER_API void* NNTensorBufferCreateWithConfig(void* manager, const void* config) {
+ADAPTER_API NNTensorBuffer* NNTensorBufferCreateWithConfig(NNModelManager* manager,
+                                                           const NNTensorConfig* config) {
     State& s = TheState();
     std::lock_guard<std::mutex> lock(s.mutex);
     Call& call = Record(s, "NNTensorBufferCreateWithConfig");
@@ -197,17 +208,17 @@ ADAPTER_API void* NNTensorBufferCreateWithConfig(void* manager, const void* conf
         s.tensors.insert(tensor);
     }
     call.blobs["result"] = Value(tensor);
-    return tensor;
+    return reinterpret_cast<NNTensorBuffer*>(tensor);
 }
 #endif
 
 #ifndef OMIT_NNTensorBufferGetData
-ADAPTER_API void* NNTensorBufferGetData(void* tensor) {
+ADAPTER_API void* NNTensorBufferGetData(NNTensorBuffer* tensor) {
     State& s = TheState();
     std::lock_guard<std::mutex> lock(s.mutex);
     Call& call = Record(s, "NNTensorBufferGetData");
     call.blobs["tensor"] = Value(tensor);
-    auto* t = static_cast<Tensor*>(tensor);
+    auto* t = reinterpret_cast<Tensor*>(tensor);
     void* data = nullptr;
     if (NextStatus(s, "NNTensorBufferGetData") == 0 && s.tensors.count(t) != 0) {
         data = t->bytes.data();
@@ -218,8 +229,9 @@ ADAPTER_API void* NNTensorBufferGetData(void* tensor) {
 #endif
 
 #ifndef OMIT_NNModelRun
-ADAPTER_API int32_t NNModelRun(void* manager, const char* name, void** inputs, int32_t inputCount,
-                               void** outputs, int32_t outputCount, int32_t timeout) {
+ADAPTER_API int32_t NNModelRun(NNModelManager* manager, const char* name, NNTensorBuffer** inputs,
+                               int32_t inputCount, NNTensorBuffer** outputs, int32_t outputCount,
+                               int32_t timeout) {
     State& s = TheState();
     std::lock_guard<std::mutex> lock(s.mutex);
     Call& call = Record(s, "NNModelRun");
@@ -230,7 +242,7 @@ ADAPTER_API int32_t NNModelRun(void* manager, const char* name, void** inputs, i
     call.blobs["timeout"] = Value(timeout);
     if (inputs != nullptr && inputCount > 0) {
         call.blobs["inputs"] = Bytes(inputs, sizeof(void*) * inputCount);
-        auto* in = static_cast<Tensor*>(inputs[0]);
+        auto* in = reinterpret_cast<Tensor*>(inputs[0]);
         if (s.tensors.count(in) != 0) s.runInput = Bytes(in->bytes.data(), in->bytes.size());
     }
     if (outputs != nullptr && outputCount > 0) {
@@ -239,7 +251,7 @@ ADAPTER_API int32_t NNModelRun(void* manager, const char* name, void** inputs, i
     const int status = NextStatus(s, "NNModelRun");
     if (status != 0) return status;
     for (int i = 0; outputs != nullptr && i < outputCount; ++i) {
-        auto* out = static_cast<Tensor*>(outputs[i]);
+        auto* out = reinterpret_cast<Tensor*>(outputs[i]);
         auto scripted = s.outputs.find(i);
         if (s.tensors.count(out) == 0 || scripted == s.outputs.end()) continue;
         memcpy(out->bytes.data(), scripted->second.data(),
@@ -250,11 +262,11 @@ ADAPTER_API int32_t NNModelRun(void* manager, const char* name, void** inputs, i
 #endif
 
 #ifndef OMIT_NNTensorBufferDestroy
-ADAPTER_API void NNTensorBufferDestroy(void* tensor) {
+ADAPTER_API void NNTensorBufferDestroy(NNTensorBuffer* tensor) {
     State& s = TheState();
     std::lock_guard<std::mutex> lock(s.mutex);
     Record(s, "NNTensorBufferDestroy").blobs["tensor"] = Value(tensor);
-    auto* t = static_cast<Tensor*>(tensor);
+    auto* t = reinterpret_cast<Tensor*>(tensor);
     if (s.tensors.erase(t) != 0) delete t;
 }
 #endif

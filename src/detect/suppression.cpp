@@ -51,6 +51,10 @@ Span SpanOf(const std::vector<float>& boxes, int m) {
     return {b[0], b[1], b[0] + b[2], b[1] + b[3]};
 }
 
+bool Finite(const Span& s) {
+    return std::isfinite(s.x0) && std::isfinite(s.y0) && std::isfinite(s.x1) && std::isfinite(s.y1);
+}
+
 bool OnGrid(const Span& s) {
     for (float v : {s.x0, s.y0, s.x1, s.y1}) {
         if (!(std::fabs(v) <= kGridCoordMax)) return false;  // also NaN
@@ -237,6 +241,13 @@ int CodeDetectPostprocesCalculator::nms(int count, std::vector<float>& boxes,
         const int m = order[i];
         if (!valid(m)) continue;
         const Span b = SpanOf(boxes, m);
+        // A box with a non-finite edge never overlaps by more than a
+        // threshold >= 0, in either role: its area term is infinite or NaN,
+        // so CalculateOverlap's union is infinite or NaN and the ratio 0 or
+        // NaN. Such boxes stay as they are and are never registered; asking
+        // anyway would test each of them against every kept box, which made
+        // a frame of overflowing log distances cost all 8525^2/2 pairs.
+        if (!Finite(b)) continue;
         const bool suppressed = grid.AnyNear(b, i, [&](const Span& a) {
             return CalculateOverlap(a.x0, a.y0, a.x1, a.y1, b.x0, b.y0, b.x1, b.y1) > threshold;
         });

@@ -57,19 +57,20 @@ inline void Nms(int count, const std::vector<float>& boxes, const std::vector<in
     }
 }
 
-struct Result {
-    int ret = -1;
-    int count = 0;
-    std::vector<cv::Rect> boxes;
+// Candidates of one output buffer after sorting and suppression: what
+// PostProcess computes before it maps boxes to a frame. Independent of the
+// frame size, so one decoding serves several frames.
+struct Survivors {
+    std::vector<float> boxes;
+    std::vector<int> order;
 };
 
-// Everything PostProcess computes, without logging and without taking the
-// buffer.
-inline Result PostProcess(int cols, int rows, const float* output) {
+inline Survivors Decode(const float* output) {
     static const int kGrid[] = {80, 40, 20, 10, 5};
     static const int kStride[] = {8, 16, 32, 64, 128};
     static const int kOffset[] = {0, 38400, 48000, 50400, 51000};
-    std::vector<float> boxes, scores;
+    Survivors res;
+    std::vector<float> scores;
     std::vector<int> classIds;
     for (int h = 0; h < 5; ++h) {
         const float* head = output + kOffset[h];
@@ -82,27 +83,39 @@ inline Result PostProcess(int cols, int rows, const float* output) {
                 const float cy = static_cast<float>(kStride[h] / 2 + r * kStride[h]);
                 const float e0 = std::exp(v[0]);
                 const float e1 = std::exp(v[1]);
-                boxes.insert(boxes.end(),
-                             {cx - e0, cy - e1, std::exp(v[2]) + e0, std::exp(v[3]) + e1});
+                res.boxes.insert(res.boxes.end(),
+                                 {cx - e0, cy - e1, std::exp(v[2]) + e0, std::exp(v[3]) + e1});
                 scores.push_back(v[4]);
                 classIds.push_back(0);
             }
         }
     }
-    Result res;
     const int n = static_cast<int>(scores.size());
     if (n < 1) return res;
-    std::vector<int> order(n);
-    std::iota(order.begin(), order.end(), 0);
-    QuickSort(scores, 0, n - 1, order);
+    res.order.resize(n);
+    std::iota(res.order.begin(), res.order.end(), 0);
+    QuickSort(scores, 0, n - 1, res.order);
     const std::set<int> classSet(classIds.begin(), classIds.end());
     for (int k = 0; k < static_cast<int>(classSet.size()); ++k) {
-        Nms(n, boxes, classIds, order, k, 0.0f);
+        Nms(n, res.boxes, classIds, res.order, k, 0.0f);
     }
+    return res;
+}
+
+struct Result {
+    int ret = -1;
+    int count = 0;
+    std::vector<cv::Rect> boxes;
+};
+
+// The survivors mapped to a frame of cols x rows, counted and listed.
+inline Result MapToFrame(const Survivors& s, int cols, int rows) {
+    Result res;
+    const int n = static_cast<int>(s.order.size());
     const float ratio = std::min(640.0f / cols, 640.0f / rows);
     for (int i = 0; i < n; ++i) {
-        if (i > 999 || order[i] == -1) continue;
-        const float* b = &boxes[4 * order[i]];
+        if (i > 999 || s.order[i] == -1) continue;
+        const float* b = &s.boxes[4 * s.order[i]];
         const float x = std::max(b[0] * (1.0f / ratio), 0.0f);
         const float y = std::max(b[1] * (1.0f / ratio), 0.0f);
         float w = b[2] * (1.0f / ratio);
@@ -117,6 +130,12 @@ inline Result PostProcess(int cols, int rows, const float* output) {
     }
     res.ret = res.boxes.empty() ? -1 : 0;
     return res;
+}
+
+// Everything PostProcess computes, without logging and without taking the
+// buffer.
+inline Result PostProcess(int cols, int rows, const float* output) {
+    return MapToFrame(Decode(output), cols, rows);
 }
 
 }  // namespace literal

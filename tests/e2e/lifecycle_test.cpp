@@ -3,6 +3,7 @@
 // Each test runs in a process of its own, so each starts from a fresh load.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 #include <thread>
 
@@ -131,6 +132,37 @@ TEST(Lifecycle, UsersOpeningAndClosingOnManyThreadsBalance) {
     EXPECT_EQ(CountOf(AdapterCalls(), "NNModelUnload"), 0u);
     EXPECT_EQ(DeInit(keeper), 0);
     EXPECT_EQ(CountOf(AdapterCalls(), "NNModelUnload"), 1u);
+}
+
+// Without a user holding on, the count keeps crossing zero while other
+// threads arrive: every load must be matched by an unload, nothing of the
+// adapter may stay alive, and a later session must still work.
+TEST(Lifecycle, SessionsStartingAndEndingOnManyThreadsLeaveNothingBehind) {
+    ScriptedAdapterReset();
+    std::atomic<int> ready{0};
+    std::vector<std::thread> users;
+    for (int t = 0; t < 4; ++t) {
+        users.emplace_back([&ready] {
+            ++ready;
+            while (ready.load() < 4) std::this_thread::yield();
+            for (int i = 0; i < 25; ++i) {
+                void* handle = nullptr;
+                EXPECT_EQ(Init(&handle), 0);
+                EXPECT_EQ(DeInit(handle), 0);
+            }
+        });
+    }
+    for (std::thread& t : users) t.join();
+    const std::vector<std::string> calls = AdapterCalls();
+    EXPECT_GE(CountOf(calls, "NNModelLoadFromBuffer"), 1u);
+    EXPECT_EQ(CountOf(calls, "NNModelLoadFromBuffer"), CountOf(calls, "NNModelUnload"));
+    EXPECT_EQ(ScriptedAdapterLiveManagers(), 0);
+    EXPECT_EQ(ScriptedAdapterLiveTensors(), 0);
+
+    void* handle = nullptr;
+    ASSERT_EQ(Init(&handle), 0);
+    EXPECT_EQ(RunGreyFrame(handle), -1);
+    EXPECT_EQ(DeInit(handle), 0);
 }
 
 }  // namespace
