@@ -235,6 +235,7 @@ int main(int argc, char** argv) {
     }
 
     int falseBoxes = 0, negativeFrames = 0;
+    std::vector<std::string> falsePictures;
     for (const std::string& path : negatives) {
         const cv::Mat picture = cv::imread(path, cv::IMREAD_COLOR);
         if (picture.empty()) continue;
@@ -244,8 +245,12 @@ int main(int argc, char** argv) {
             Frame frame;
             ToNV21Frame(p, frame);
             const Run run = RunFrame(handle, frame, log);
-            falseBoxes += std::count_if(run.result.boxes.begin(), run.result.boxes.end(),
+            const int n = std::count_if(run.result.boxes.begin(), run.result.boxes.end(),
                                         [](const DetectedBox& b) { return b.listed; });
+            if (n > 0)
+                falsePictures.push_back(fs::path(path).filename().string() +
+                                        (flip ? " (mirrored)" : "") + " x" + std::to_string(n));
+            falseBoxes += n;
             ++negativeFrames;
         }
     }
@@ -259,6 +264,7 @@ int main(int argc, char** argv) {
     for (const std::string& m : missed) printf("  missed: %s\n", m.c_str());
     printf("false boxes on QR-free frames: %d on %d = %.3f per frame\n", falseBoxes, negativeFrames,
            negativeFrames ? double(falseBoxes) / negativeFrames : 0.0);
+    for (const std::string& f : falsePictures) printf("  boxes on: %s\n", f.c_str());
     printf(
         "one-code frames: %d, straightened and sent: %d, decodable by zxing-cpp: %d (%.1f %% of "
         "one-code frames)\n",
