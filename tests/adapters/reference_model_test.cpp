@@ -85,7 +85,7 @@ Box DrawCode(std::vector<uint8_t>& img, const char* text, int module, int x, int
 }
 
 class ReferenceModelTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         lib = dlopen(SCANREF_ADAPTER_PATH, RTLD_NOW);
         ASSERT_NE(lib, nullptr) << dlerror();
@@ -116,7 +116,9 @@ protected:
         Put<int32_t>(desc, 60, 5);
         Put<void**>(desc, 64, ins);
         Put<void**>(desc, 72, outs);
-        ASSERT_EQ(Fn<int (*)(void*, const void*, int)>("NNModelLoadFromBuffer")(manager, desc.data(), 1), 0);
+        ASSERT_EQ(
+            Fn<int (*)(void*, const void*, int)>("NNModelLoadFromBuffer")(manager, desc.data(), 1),
+            0);
 
         auto create = Fn<void* (*)(void*, const void*)>("NNTensorBufferCreateWithConfig");
         input = TensorRecord("inputs", 0, kSide, kSide, 3);
@@ -161,7 +163,8 @@ protected:
             const int g = kGrids[h], half = kStrides[h] / 2;
             for (int cell = 0; cell < g * g; ++cell) {
                 float v[5];
-                for (int k = 0; k < 5; ++k) v[k] = float(q[cell * 6 + k] + kZeroPoints[h]) * kScales[h];
+                for (int k = 0; k < 5; ++k)
+                    v[k] = float(q[cell * 6 + k] + kZeroPoints[h]) * kScales[h];
                 if (double(v[4]) < -0.8473) continue;
                 const float cx = float(half + (cell % g) * kStrides[h]);
                 const float cy = float(half + (cell / g) * kStrides[h]);
@@ -193,7 +196,9 @@ std::vector<uint8_t> Scene() {
     return img;
 }
 
-TEST_F(ReferenceModelTest, AnEmptySceneGivesNoBox) { EXPECT_TRUE(Detect(Scene()).empty()); }
+TEST_F(ReferenceModelTest, AnEmptySceneGivesNoBox) {
+    EXPECT_TRUE(Detect(Scene()).empty());
+}
 
 TEST_F(ReferenceModelTest, EachPlainCodeGivesExactlyOneBoxOnIt) {
     const struct {
@@ -209,7 +214,8 @@ TEST_F(ReferenceModelTest, EachPlainCodeGivesExactlyOneBoxOnIt) {
         SCOPED_TRACE(c.what);
         auto img = Scene();
         std::vector<Box> truth;
-        for (const auto& [text, module, x, y] : c.codes) truth.push_back(DrawCode(img, text, module, x, y));
+        for (const auto& [text, module, x, y] : c.codes)
+            truth.push_back(DrawCode(img, text, module, x, y));
         auto found = Detect(img);
         ASSERT_EQ(found.size(), truth.size());
         for (const Box& t : truth) {
