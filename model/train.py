@@ -1,6 +1,6 @@
 """Train the QR detector on synthetic frames and write the model file.
 
-    nice -n 15 /usr/bin/python3 model/train.py --minutes 65 --out model/codeDetect_quantized.bin
+    nice -n 15 /usr/bin/python3 model/train.py --minutes 72 --workers 2 --out model/codeDetect_quantized.bin
 
 Frames are generated on the fly by worker processes into a replay buffer that the
 training loop samples from, so a slow generator never stalls the optimiser. The

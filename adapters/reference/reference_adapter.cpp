@@ -64,7 +64,7 @@ enum class Role { kInput, kOutput };
 struct Tensor {
     Manager* manager = nullptr;
     Role role = Role::kInput;
-    int output = -1;  // position in the header's output list
+    int output = -1;             // position in the header's output list
     int dims[4] = {0, 0, 0, 0};  // N, H, W, C
     std::vector<uint8_t> data;
 };
@@ -178,7 +178,9 @@ SCANREF_EXPORT int NNModelUnload(void* manager) {
     return 0;
 }
 
-SCANREF_EXPORT void NNModelManagerDestroy(void* manager) { delete static_cast<Manager*>(manager); }
+SCANREF_EXPORT void NNModelManagerDestroy(void* manager) {
+    delete static_cast<Manager*>(manager);
+}
 
 SCANREF_EXPORT void* NNTensorBufferCreateWithConfig(void* manager, const void* config) {
     const char* func = "NNTensorBufferCreateWithConfig";
@@ -258,7 +260,9 @@ SCANREF_EXPORT void* NNTensorBufferGetData(void* tensor) {
     return static_cast<Tensor*>(tensor)->data.data();
 }
 
-SCANREF_EXPORT void NNTensorBufferDestroy(void* tensor) { delete static_cast<Tensor*>(tensor); }
+SCANREF_EXPORT void NNTensorBufferDestroy(void* tensor) {
+    delete static_cast<Tensor*>(tensor);
+}
 
 SCANREF_EXPORT int NNModelRun(void* manager, const char* modelName, void** inputs, int inputCount,
                               void** outputs, int outputCount, int /*timeoutMs*/) {
@@ -291,7 +295,8 @@ SCANREF_EXPORT int NNModelRun(void* manager, const char* modelName, void** input
     for (int i = 0; i < outputCount; ++i) {
         outs[i] = static_cast<Tensor*>(outputs[i]);
         if (outs[i] == nullptr || outs[i]->manager != &m || outs[i]->role != Role::kOutput) {
-            Fail(func, "output handle " + std::to_string(i) + " is not an output tensor of this model");
+            Fail(func,
+                 "output handle " + std::to_string(i) + " is not an output tensor of this model");
             return -1;
         }
     }

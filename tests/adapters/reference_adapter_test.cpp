@@ -84,7 +84,7 @@ std::vector<unsigned char> ReadAll(const char* path) {
 }
 
 class ReferenceAdapterTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         a.lib = dlopen(SCANREF_ADAPTER_PATH, RTLD_NOW);
         ASSERT_NE(a.lib, nullptr) << dlerror();
@@ -203,7 +203,9 @@ TEST_F(ReferenceAdapterTest, RejectsBadModelBytes) {
         m[offset] = value;
         return m;
     };
-    auto truncated = [&](size_t n) { return std::vector<unsigned char>(model.begin(), model.begin() + n); };
+    auto truncated = [&](size_t n) {
+        return std::vector<unsigned char>(model.begin(), model.begin() + n);
+    };
     auto junkGraph = model;
     std::fill(junkGraph.begin() + 32 + 2 * 24, junkGraph.end(), 0x5A);
     auto noNul = model;
@@ -230,7 +232,8 @@ TEST_F(ReferenceAdapterTest, RejectsBadModelBytes) {
         auto desc = ModelDescriptor("codeDetect", c.bytes.empty() ? nullptr : c.bytes.data(),
                                     static_cast<int32_t>(c.bytes.size()), nullptr, nullptr, 2);
         EXPECT_NE(a.load(manager, desc.data(), 1), 0);
-        EXPECT_EQ(Tensor("inputs", 0, 2, 2, 3), nullptr) << "no model may be loaded after a failure";
+        EXPECT_EQ(Tensor("inputs", 0, 2, 2, 3), nullptr)
+            << "no model may be loaded after a failure";
     }
 }
 
