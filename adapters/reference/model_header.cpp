@@ -81,11 +81,11 @@ bool ParseModelHeader(const unsigned char* data, size_t size, ModelHeader* heade
     return true;
 }
 
-void QuantizeOutput(const float* values, size_t count, const OutputSpec& spec, uint8_t* codes) {
-    const double scale = spec.scale;
+void QuantizeOutput(const float* values, size_t count, const OutputSpec& output, uint8_t* codes) {
+    const double scale = output.scale;
     for (size_t i = 0; i < count; ++i) {
         // nearbyint rounds halves to even in the default rounding mode; NaN maps to 0.
-        const double q = std::nearbyint(static_cast<double>(values[i]) / scale) - spec.zeroPoint;
+        const double q = std::nearbyint(static_cast<double>(values[i]) / scale) - output.zeroPoint;
         codes[i] = q >= 255.0 ? 255 : q > 0.0 ? static_cast<uint8_t>(q) : 0;
     }
 }

@@ -48,6 +48,6 @@ bool ParseModelHeader(const unsigned char* data, size_t size, ModelHeader* heade
 
 // The 8-bit code of each float: clamp(round(y / scale) - zeroPoint, 0, 255),
 // rounding halves to even as the training's simulated quantization does.
-void QuantizeOutput(const float* values, size_t count, const OutputSpec& spec, uint8_t* codes);
+void QuantizeOutput(const float* values, size_t count, const OutputSpec& output, uint8_t* codes);
 
 }  // namespace scanref

@@ -86,14 +86,14 @@ int Run(Manager& m, Tensor& in, Tensor** outs, int outCount) {
 
     for (int i = 0; i < outCount; ++i) {
         Tensor& t = *outs[i];
-        const scanref::OutputSpec& spec = m.header.outputs[t.output];
+        const scanref::OutputSpec& output = m.header.outputs[t.output];
         cv::Mat y = results[t.output];
         if (y.type() != CV_32F || !y.isContinuous() || y.total() != t.data.size()) {
-            Fail("NNModelRun", "output " + spec.name + " has " + std::to_string(y.total()) +
+            Fail("NNModelRun", "output " + output.name + " has " + std::to_string(y.total()) +
                                    " values, its tensor " + std::to_string(t.data.size()));
             return -1;
         }
-        scanref::QuantizeOutput(y.ptr<float>(), y.total(), spec, t.data.data());
+        scanref::QuantizeOutput(y.ptr<float>(), y.total(), output, t.data.data());
     }
     return 0;
 }

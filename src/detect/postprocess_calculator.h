@@ -10,7 +10,7 @@
 #include "warp/warp_types.h"
 
 class CodeDetectPostprocesCalculator {
-public:
+  public:
     // Box decoding (postprocess.cpp, score_sort.cpp, suppression.cpp). Takes
     // ownership of `output` (new[] of 51150 floats) and releases it.
     int PostProcess(int cols, int rows, float* output, std::vector<cv::Rect>& boxes, int& count);
@@ -33,6 +33,10 @@ public:
     int warpAlgo(std::vector<cv::Mat>& crops, std::vector<WarpResult>& results,
                  std::vector<QRInformation>& qrInfos);
 };
+
+// cv::boundingRect of the four corners of every box: one past the boxes'
+// right and bottom edges, as the zoom suggestion measures distances.
+cv::Rect CommonBox(const std::vector<cv::Rect>& boxes);
 
 // qsort comparator over floats: the difference truncated to int, so values
 // less than one apart compare equal.

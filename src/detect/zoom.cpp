@@ -17,9 +17,7 @@ constexpr float kZoomLadder[] = {1.0f, 0.95f, 0.9f, 0.85f, 0.8f, 0.75f, 0.7f, 0.
 
 }  // namespace
 
-int CodeDetectPostprocesCalculator::zoomCalculate(int cols, int rows, std::vector<cv::Rect>& boxes,
-                                                  const QRRatioInfo& limits, ZoomInfoResult& result,
-                                                  bool& noZoomNeeded) {
+cv::Rect CommonBox(const std::vector<cv::Rect>& boxes) {
     std::vector<cv::Point> corners;
     corners.reserve(4 * boxes.size());
     for (const cv::Rect& b : boxes) {
@@ -28,7 +26,13 @@ int CodeDetectPostprocesCalculator::zoomCalculate(int cols, int rows, std::vecto
         corners.emplace_back(b.x + b.width, b.y + b.height);
         corners.emplace_back(b.x, b.y + b.height);
     }
-    const cv::Rect all = cv::boundingRect(corners);
+    return cv::boundingRect(corners);
+}
+
+int CodeDetectPostprocesCalculator::zoomCalculate(int cols, int rows, std::vector<cv::Rect>& boxes,
+                                                  const QRRatioInfo& limits, ZoomInfoResult& result,
+                                                  bool& noZoomNeeded) {
+    const cv::Rect all = CommonBox(boxes);
 
     // Distances of the common box from the frame's edges.
     const float left = static_cast<float>(all.x);

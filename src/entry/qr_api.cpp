@@ -12,6 +12,7 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "detect/postprocess_calculator.h"
 #include "entry/color_convert.h"
 #include "entry/qr_code_manager.h"
 #include "platform/log.h"
@@ -55,14 +56,7 @@ cv::Point RoundPoint(const cv::Point2f& p) {
 // as they always were, but nothing is written.
 void DrawDebugFrame(const std::vector<cv::Rect>& boxes, ZoomInfoResult& zoom,
                     const std::vector<QRInformation>& qrInfos) {
-    std::vector<cv::Point> corners;
-    for (const cv::Rect& b : boxes) {
-        corners.emplace_back(b.x, b.y);
-        corners.emplace_back(b.x + b.width, b.y);
-        corners.emplace_back(b.x + b.width, b.y + b.height);
-        corners.emplace_back(b.x, b.y + b.height);
-    }
-    const cv::Rect all = cv::boundingRect(corners);
+    const cv::Rect all = CommonBox(boxes);
     const cv::Point outline[4] = {{all.x, all.y},
                                   {all.x + all.width, all.y},
                                   {all.x + all.width, all.y + all.height},
