@@ -109,12 +109,12 @@ class Session {
         return true;
     }
     void* handle() const { return handle_; }
-
-  private:
     void Close() {
         if (handle_) DeInit(handle_);
         handle_ = nullptr;
     }
+
+  private:
     void* handle_ = nullptr;
     int width_ = 0, height_ = 0;
 };
@@ -190,6 +190,7 @@ int main(int argc, char** argv) {
             Progress(++done, source->Count());
         }
     }
+    session.Close();
     ScanHostSetLogSink(nullptr, nullptr);
     if (!opt.json && frames > 0) {
         fprintf(stderr, "%d frame(s), %d with boxes, %d straightened, %.1f ms per frame\n", frames,
