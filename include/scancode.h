@@ -37,8 +37,11 @@ typedef struct ZoomInfoResult {
 
 /* The host's output record; only these two fields are touched. */
 typedef struct WarpPicInfo {
-    uint8_t* nv21Data; /* receives the whole frame as NV21 when a code was straightened */
-    bool sendWarpPic;  /* 1 when nv21Data was filled this frame */
+    /* Receives the whole frame as NV21 when a code was straightened:
+     * width * height * 3 / 2 bytes for even heights; an odd height needs
+     * width * (height + (height + 1) / 2) bytes (chroma for the last row). */
+    uint8_t* nv21Data;
+    bool sendWarpPic; /* 1 when nv21Data was filled this frame */
 } WarpPicInfo;
 
 /* Loads the model (first user) and hands out the library's one handle. */
