@@ -28,26 +28,20 @@ struct Scene {
     cv::Rect box;
 };
 
+Scene MakeBenchScene(const Quad& quad, const std::string& text) {
+    Scene s;
+    SceneWithCode c = MakeScene(kSize, quad, text);
+    s.nv21 = ToNV21(c.frame);
+    s.box = c.box;
+    s.maps.Place(2, ToInput(c.box, kSize.width, kSize.height));
+    return s;
+}
+
 // A code seen at an angle (elongated box: straightened) or head-on (square
 // box: left as it is).
 const Scene& GetScene(bool tilted) {
-    static const Scene scenes[2] = {
-        [] {
-            Scene s;
-            SceneWithCode c = MakeScene(kSize, ViewedSquare({960, 540}, 300, 0, 0), "head-on");
-            s.nv21 = ToNV21(c.frame);
-            s.box = c.box;
-            s.maps.Place(2, ToInput(c.box, kSize.width, kSize.height));
-            return s;
-        }(),
-        [] {
-            Scene s;
-            SceneWithCode c = MakeScene(kSize, ViewedSquare({960, 540}, 320, 8, 48), "tilted");
-            s.nv21 = ToNV21(c.frame);
-            s.box = c.box;
-            s.maps.Place(2, ToInput(c.box, kSize.width, kSize.height));
-            return s;
-        }()};
+    static const Scene scenes[2] = {MakeBenchScene(ViewedSquare({960, 540}, 300, 0, 0), "head-on"),
+                                    MakeBenchScene(ViewedSquare({960, 540}, 320, 8, 48), "tilted")};
     return scenes[tilted];
 }
 
