@@ -7,7 +7,9 @@ decoder arithmetic (wrap-around and chroma pairing included), then letterboxed
 to 640 x 640 anchored at the top-left with black padding. The network therefore
 sees exactly the input distribution it meets at run time.
 """
+import glob
 import math
+import os
 import string
 
 import cv2
@@ -160,7 +162,160 @@ def render_modules(matrix, module_px, ink, paper, quiet):
     return img.clip(0, 255).astype(np.uint8)
 
 
+# Natural photos from Debian's MATE and UKUI wallpaper packages. GNOME's wallpapers
+# and scikit-image's samples are kept apart: the evaluation uses them as QR-free
+# pictures, so the detector must never have seen them.
+PHOTO_GLOBS = ["/usr/share/backgrounds/mate/*/*.jpg", "/usr/share/backgrounds/mate/*/*.png",
+               "/usr/share/backgrounds/*.jpg", "/usr/share/backgrounds/*.png"]
+_photos = None
+
+
+def photo_paths():
+    return sorted(p for p in {p for g in PHOTO_GLOBS for p in glob.glob(g)}
+                  if "/gnome/" not in p and os.path.getsize(p) <= 12 << 20)
+
+
+def photos():
+    """The wallpaper pictures, decoded once per process and kept at most 1600 px wide."""
+    global _photos
+    if _photos is None:
+        _photos = []
+        for path in photo_paths():
+            img = cv2.imread(path, cv2.IMREAD_COLOR)
+            if img is None:
+                continue
+            f = min(1.0, 1600.0 / max(img.shape[:2]))
+            if f < 1.0:
+                img = cv2.resize(img, None, fx=f, fy=f, interpolation=cv2.INTER_AREA)
+            _photos.append(img[..., ::-1].copy())
+    return _photos
+
+
+def photo_background(rng, w, h):
+    """A random crop of a wallpaper photo, scaled, flipped and colour-shifted."""
+    pool = photos()
+    if not pool:
+        return None
+    img = pool[int(rng.integers(len(pool)))]
+    if rng.random() < 0.5:
+        img = img[:, ::-1]
+    if rng.random() < 0.3:
+        img = np.rot90(img)
+    ih, iw = img.shape[:2]
+    zoom = rng.uniform(0.25, 1.0)
+    cw, ch = max(16, int(iw * zoom)), max(16, int(iw * zoom * h / w))
+    if ch > ih:
+        ch, cw = ih, max(16, int(ih * w / h))
+    x, y = int(rng.integers(0, iw - cw + 1)), int(rng.integers(0, ih - ch + 1))
+    out = cv2.resize(np.ascontiguousarray(img[y:y + ch, x:x + cw]), (w, h), interpolation=cv2.INTER_LINEAR)
+    gain = rng.uniform(0.6, 1.3) * rng.uniform(0.85, 1.15, 3)
+    return (out.astype(np.float32) * gain + rng.uniform(-30, 30)).clip(0, 255).astype(np.uint8)
+
+
+def _two_colours(rng):
+    a, b = rng.uniform(0, 255, 3), rng.uniform(0, 255, 3)
+    if rng.random() < 0.5:  # often strong contrast, as the hard cases are
+        a, b = np.full(3, rng.uniform(0, 80)) + rng.uniform(0, 40, 3), np.full(3, rng.uniform(170, 255)) - rng.uniform(0, 40, 3)
+    return a, b
+
+
+def pattern(rng, w, h):
+    """Regular man-made textures that fool a detector of square module patterns:
+    truchet and pixel-art tilings, identicon-like symmetric blocks, coins, bricks,
+    halftone dots and pages of text."""
+    a, b = _two_colours(rng)
+    kind = int(rng.integers(7))
+    cell = int(rng.integers(6, 64))
+    gw, gh = w // cell + 2, h // cell + 2
+    if kind == 0:  # truchet: quarter arcs or half-filled squares in random orientations
+        tile = np.zeros((cell, cell), np.uint8)
+        if rng.random() < 0.5:
+            th = max(1, cell // int(rng.integers(3, 8)))
+            cv2.circle(tile, (0, 0), cell // 2, 1, th)
+            cv2.circle(tile, (cell, cell), cell // 2, 1, th)
+        else:
+            tile = np.tri(cell, cell, dtype=np.uint8)
+        tiles = [np.rot90(tile, k) for k in range(4)]
+        pick = rng.integers(0, 4, (gh, gw))
+        mask = np.block([[tiles[k] for k in row] for row in pick])
+    elif kind == 1:  # pixel art: a coarse random grid of a few colours
+        n = int(rng.integers(2, 7))
+        pal = rng.uniform(0, 255, (n, 3))
+        idx = rng.integers(0, n, (gh, gw))
+        img = pal[idx].astype(np.float32)
+        img = cv2.resize(img, (gw * cell, gh * cell), interpolation=cv2.INTER_NEAREST)
+        return img[:h, :w].clip(0, 255).astype(np.uint8)
+    elif kind == 2:  # identicons: mirrored 5x5 blocks spaced on a grid
+        k = int(rng.integers(4, 9))
+        mask = np.zeros((gh * k, gw * k), np.uint8)
+        for r in range(0, gh * k, k + 1):
+            for c in range(0, gw * k, k + 1):
+                half = rng.random((k, (k + 1) // 2)) < 0.5
+                mask[r:r + k, c:c + k] = np.concatenate([half, half[:, : k // 2][:, ::-1]], axis=1)[: mask.shape[0] - r, : mask.shape[1] - c]
+        mask = cv2.resize(mask, (gw * cell, gh * cell), interpolation=cv2.INTER_NEAREST)
+    elif kind == 3:  # coins
+        img = np.empty((h, w, 3), np.float32)
+        img[:] = a
+        for _ in range(int(rng.integers(3, 40))):
+            r = int(rng.uniform(0.02, 0.2) * min(w, h))
+            cx, cy = int(rng.integers(0, w)), int(rng.integers(0, h))
+            col = tuple(float(v) for v in b * rng.uniform(0.6, 1.1))
+            cv2.circle(img, (cx, cy), r, col, -1, cv2.LINE_AA)
+            cv2.circle(img, (cx, cy), int(r * rng.uniform(0.75, 0.92)), tuple(v * 0.8 for v in col), max(1, r // 12), cv2.LINE_AA)
+            for _ in range(int(rng.integers(0, 6))):  # embossed marks
+                px, py = cx + int(rng.uniform(-0.5, 0.5) * r), cy + int(rng.uniform(-0.5, 0.5) * r)
+                cv2.rectangle(img, (px, py), (px + max(1, r // 6), py + max(1, r // 6)), tuple(v * 0.6 for v in col), -1)
+        img += rng.normal(0, 6, (h, w, 1)).astype(np.float32)
+        return img.clip(0, 255).astype(np.uint8)
+    elif kind == 4:  # bricks or tiles with mortar
+        mask = np.ones((gh * cell, gw * cell), np.uint8)
+        bw = cell * int(rng.integers(1, 4))
+        mortar = max(1, cell // int(rng.integers(4, 12)))
+        for r in range(gh):
+            mask[r * cell: r * cell + mortar] = 0
+            off = (bw // 2) * (r % 2) if rng.random() < 0.7 else 0
+            for x in range(-off, gw * cell, bw):
+                mask[r * cell:(r + 1) * cell, max(x, 0):max(x, 0) + mortar] = 0
+    elif kind == 5:  # halftone dots
+        mask = np.zeros((gh * cell, gw * cell), np.uint8)
+        rad = rng.uniform(0.15, 0.5, (gh, gw)) * cell
+        for r in range(gh):
+            for c in range(gw):
+                cv2.circle(mask, (c * cell + cell // 2, r * cell + cell // 2), int(rad[r, c]), 1, -1)
+    else:  # a page of text
+        img = np.empty((h, w, 3), np.uint8)
+        img[:] = b
+        scale = rng.uniform(0.3, 1.2)
+        step = max(8, int(30 * scale))
+        for y in range(step, h, step):
+            cv2.putText(img, random_text(rng, 20, 120), (int(rng.integers(-20, 20)), y), int(rng.integers(0, 8)), scale,
+                        tuple(float(v) for v in a), max(1, int(scale * 2)))
+        return img
+    mask = mask[:h, :w].astype(np.float32)[..., None]
+    return (a * mask + b * (1 - mask)).clip(0, 255).astype(np.uint8)
+
+
 def background(rng, w, h):
+    """Half natural photos, a quarter man-made patterns (warped like a surface seen at
+    an angle), a quarter smooth procedural clutter."""
+    kind = rng.random()
+    if kind < 0.5:
+        img = photo_background(rng, w, h)
+        if img is not None:
+            return img
+    if kind < 0.75:
+        img = pattern(rng, w, h)
+        if rng.random() < 0.5:
+            q = tilted_square(rng, 50)
+            quad = q / (q.max(axis=0) - q.min(axis=0)).max() * max(w, h) * rng.uniform(1.2, 2.0) + [w / 2, h / 2]
+            src = np.array([[0, 0], [w, 0], [w, h], [0, h]], np.float32)
+            img = cv2.warpPerspective(img, cv2.getPerspectiveTransform(src, quad.astype(np.float32)), (w, h),
+                                      borderMode=cv2.BORDER_REFLECT)
+        return img
+    return procedural_background(rng, w, h)
+
+
+def procedural_background(rng, w, h):
     kind = rng.random()
     # real scenes are rarely saturated: colours are pulled towards grey
     grey = rng.uniform(0, 255)
@@ -199,6 +354,9 @@ def distractor(rng, size):
     random module grid without finder patterns, a lone finder-like target, data matrix-like."""
     ink, paper = ink_and_paper(rng)
     t = rng.random()
+    if t < 0.3:  # a patch of a hard pattern: coins, tiles, identicons, dots
+        return pattern(rng, size, size)
+    t = (t - 0.3) / 0.7
     if t < 0.25:
         img = np.empty((size, size, 3), np.uint8)
         img[:] = paper
@@ -299,6 +457,10 @@ def _place(rng, taken, bw, bh, w, h, gap):
     return None
 
 
+# one frame in five has no code at all: false boxes are as costly as missed codes
+NCODE_P = np.array([0.2, 0.45, 0.17, 0.1, 0.08])
+
+
 def make_frame(rng, frame_size=None, max_codes=4, size_range=(20.0, 450.0)):
     """One synthetic preview frame. Returns (rgb frame, list of code boxes x0,y0,x1,y1 in
     frame pixels, list of code corner quads in frame pixels)."""
@@ -306,7 +468,7 @@ def make_frame(rng, frame_size=None, max_codes=4, size_range=(20.0, 450.0)):
     s = letterbox_scale(w, h)
     frame = background(rng, w, h)
     taken = []
-    for _ in range(int(rng.integers(0, 5))):
+    for _ in range(int(rng.integers(0, 6))):
         size = int(math.exp(rng.uniform(math.log(30), math.log(0.5 * min(w, h)))))
         src = distractor(rng, size)
         sh, sw = src.shape[:2]
@@ -315,7 +477,7 @@ def make_frame(rng, frame_size=None, max_codes=4, size_range=(20.0, 450.0)):
         dx, dy = rng.uniform(0, w), rng.uniform(0, h)
         paste_warped(frame, src, np.array([[0, 0], [sw, 0], [sw, sh], [0, sh]], np.float32), quad + [dx, dy])
     boxes, quads = [], []
-    n_codes = int(rng.choice(np.arange(max_codes + 1), p=[0.08, 0.5, 0.2, 0.12, 0.1][: max_codes + 1] / np.sum([0.08, 0.5, 0.2, 0.12, 0.1][: max_codes + 1])))
+    n_codes = int(rng.choice(np.arange(max_codes + 1), p=NCODE_P[: max_codes + 1] / np.sum(NCODE_P[: max_codes + 1])))
     for _ in range(n_codes):
         mat = qr_matrix(rng)
         n = mat.shape[0]

@@ -78,6 +78,22 @@ class TargetTest(unittest.TestCase):
         self.assertLess(heat.max(), 0.7)
 
 
+class DataTest(unittest.TestCase):
+    def test_training_never_sees_the_evaluation_pictures(self):
+        for path in qrdata.photo_paths():
+            self.assertNotIn("/gnome/", path)
+            self.assertNotIn("skimage", path)
+
+    def test_frames_hold_the_codes_they_report(self):
+        rng = np.random.default_rng(3)
+        for _ in range(4):
+            frame, boxes, quads = qrdata.make_frame(rng, frame_size=(1280, 720))
+            self.assertEqual(frame.shape, (720, 1280, 3))
+            self.assertEqual(len(boxes), len(quads))
+            for box in boxes:
+                self.assertTrue(0 <= box[0] < box[2] <= 1280 and 0 <= box[1] < box[3] <= 720, box)
+
+
 class QuantTest(unittest.TestCase):
     def test_fake_quant_matches_the_adapter_and_library_round_trip(self):
         for i, (zp, scale) in enumerate(netmod.OUTPUT_QUANT):
