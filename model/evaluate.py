@@ -1,6 +1,7 @@
 """Measure a model file the way the library uses it.
 
     /usr/bin/python3 model/evaluate.py --model model/codeDetect_quantized.bin [--frames 300] [--photos DIR]
+        [--shifts 0,0.5,1]
 
 The graph runs in OpenCV's dnn (2 threads), its outputs are turned into 8-bit codes
 as the reference adapter does and dequantized as the library does; boxes are decoded
@@ -38,7 +39,7 @@ class Detector:
         self.names = [o[0] for o in self.outputs]
 
     def forward(self, inp):
-        self.net.setInput(inp[None], self.input_name)
+        self.net.setInput(export.input_blob(inp), self.input_name)
         return self.net.forward(self.names)
 
     def maps(self, inp):
@@ -58,13 +59,14 @@ def overlap(a, b):
     return inter / union if union > 0 else 0.0
 
 
-def decode(maps):
+def decode(maps, shift=0.0):
     """Candidates above the threshold, sorted by score, every one touching a better one
-    removed. Boxes as x0, y0, x1, y1 in input pixels."""
+    removed. Boxes as x0, y0, x1, y1 in input pixels. `shift` raises the threshold, as
+    lowering every score by that much at export would (up to one quantization step)."""
     boxes, scores = [], []
     for m, g, stride in zip(maps, GRIDS, STRIDES):
         half = stride // 2
-        keep = np.nonzero(~(m[:, 4].astype(np.float64) < THRESHOLD))[0]
+        keep = np.nonzero(~(m[:, 4].astype(np.float64) < THRESHOLD + shift))[0]
         for k in keep:
             r, c = divmod(int(k), g)
             cx, cy = half + c * stride, half + r * stride
@@ -116,28 +118,37 @@ def match(gt, pred, thr=0.5):
     return hits, len(pred) - len(used)
 
 
-def synthetic(det, frames, seed):
+def synthetic(det, frames, seed, shifts=(0.0,)):
+    """Recall and false boxes on held-out synthetic frames, for each score shift."""
     rng = np.random.default_rng(seed)
-    n_gt = hits = false = 0
+    n_gt, empty = 0, 0
+    hits, false, false_empty = [0] * len(shifts), [0] * len(shifts), [0] * len(shifts)
     by_size = {}
     for _ in range(frames):
         frame, gt, _ = qrdata.make_frame(rng)
         inp, s = qrdata.frame_to_input(frame)
-        boxes, _ = decode(det.maps(inp))
-        allb, _ = to_frame(boxes, frame.shape[1], frame.shape[0])
-        h, f = match([tuple(g) for g in gt], allb)
+        maps = det.maps(inp)
+        gt = [tuple(g) for g in gt]
         n_gt += len(gt)
-        hits += h
-        false += f
-        for g in gt:
-            size = max(g[2] - g[0], g[3] - g[1]) * s
-            key = "20-56" if size < 56 else "56-120" if size < 120 else "120-240" if size < 240 else "240+"
-            hh, _ = match([tuple(g)], allb)
-            a = by_size.setdefault(key, [0, 0])
-            a[0] += hh
-            a[1] += 1
-    print(f"synthetic: {frames} frames, {n_gt} codes, recall@0.5 {hits / max(n_gt, 1):.3f}, "
-          f"false boxes/frame {false / frames:.3f}")
+        empty += not gt
+        for i, shift in enumerate(shifts):
+            boxes, _ = decode(maps, shift)
+            allb, _ = to_frame(boxes, frame.shape[1], frame.shape[0])
+            h, f = match(gt, allb)
+            hits[i] += h
+            false[i] += f
+            false_empty[i] += f if not gt else 0
+            if i == 0:
+                for g in gt:
+                    size = max(g[2] - g[0], g[3] - g[1]) * s
+                    key = "20-56" if size < 56 else "56-120" if size < 120 else "120-240" if size < 240 else "240+"
+                    a = by_size.setdefault(key, [0, 0])
+                    a[0] += match([g], allb)[0]
+                    a[1] += 1
+    print(f"synthetic: {frames} frames ({empty} without a code), {n_gt} codes")
+    for i, shift in enumerate(shifts):
+        print(f"  score shift {shift:.2f}: recall@0.5 {hits[i] / max(n_gt, 1):.3f}, false boxes/frame "
+              f"{false[i] / frames:.3f}, on code-free frames {false_empty[i] / max(empty, 1):.3f}")
     for k in ["20-56", "56-120", "120-240", "240+"]:
         if k in by_size:
             print(f"  codes {k} px at input scale: recall {by_size[k][0] / by_size[k][1]:.3f} (n={by_size[k][1]})")
@@ -188,12 +199,13 @@ def main():
     ap.add_argument("--seed", type=int, default=987654)
     ap.add_argument("--photos", default="")
     ap.add_argument("--no-timing", action="store_true")
+    ap.add_argument("--shifts", default="0", help="comma-separated score shifts to compare (synthetic only)")
     args = ap.parse_args()
     det = Detector(args.model)
     if not args.no_timing:
         timing(det)
     if args.frames:
-        synthetic(det, args.frames, args.seed)
+        synthetic(det, args.frames, args.seed, [float(v) for v in args.shifts.split(",")])
     if args.photos:
         photos(det, args.photos)
 

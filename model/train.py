@@ -1,6 +1,6 @@
 """Train the QR detector on synthetic frames and write the model file.
 
-    nice -n 15 /usr/bin/python3 model/train.py --minutes 72 --workers 2 --out model/codeDetect_quantized.bin
+    nice -n 5 /usr/bin/python3 model/train.py --minutes 110 --score-shift 0.5 --out model/codeDetect_quantized.bin
 
 Frames are generated on the fly by worker processes into a replay buffer that the
 training loop samples from, so a slow generator never stalls the optimiser. The
@@ -161,16 +161,17 @@ def collate(items):
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--minutes", type=float, default=65.0)
-    ap.add_argument("--batch", type=int, default=8)
+    ap.add_argument("--batch", type=int, default=16)
     ap.add_argument("--lr", type=float, default=3e-3)
-    ap.add_argument("--workers", type=int, default=1)
-    ap.add_argument("--buffer", type=int, default=600)
+    ap.add_argument("--workers", type=int, default=2)
+    ap.add_argument("--buffer", type=int, default=1500)
     ap.add_argument("--threads", type=int, default=2)
     ap.add_argument("--seed", type=int, default=1)
     ap.add_argument("--ckpt-dir", default=os.path.join(os.path.dirname(os.path.abspath(__file__)), "ckpt"))
     ap.add_argument("--resume", default="")
     ap.add_argument("--crop", type=int, default=320, help="window side for most steps (0: always whole frames)")
     ap.add_argument("--out", default="")
+    ap.add_argument("--score-shift", type=float, default=0.0, help="at export, lower every score logit by this much")
     args = ap.parse_args()
 
     torch.set_num_threads(args.threads)
@@ -246,6 +247,7 @@ def main():
     if args.out:
         import export
         model.eval()
+        export.lower_scores(model, args.score_shift)
         export.export(model, args.out)
 
 

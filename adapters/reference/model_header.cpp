@@ -62,7 +62,7 @@ bool ParseModelHeader(const unsigned char* data, size_t size, ModelHeader* heade
     }
     for (uint32_t i = 0; i < count; ++i) {
         const unsigned char* e = data + kFixedHeaderBytes + i * kOutputEntryBytes;
-        OutputSpec o;
+        OutputInfo o;
         if (!ReadName(e, &o.name) || h.FindOutput(o.name) >= 0 || o.name == h.inputName) {
             *why = "bad or repeated name of output " + std::to_string(i);
             return false;
@@ -81,7 +81,7 @@ bool ParseModelHeader(const unsigned char* data, size_t size, ModelHeader* heade
     return true;
 }
 
-void QuantizeOutput(const float* values, size_t count, const OutputSpec& output, uint8_t* codes) {
+void QuantizeOutput(const float* values, size_t count, const OutputInfo& output, uint8_t* codes) {
     const double scale = output.scale;
     for (size_t i = 0; i < count; ++i) {
         // nearbyint rounds halves to even in the default rounding mode; NaN maps to 0.

@@ -1,10 +1,12 @@
 // The model file the reference adapter reads: a fixed little-endian header, then
 // an ONNX graph. The header names the graph's input and outputs and gives each
-// output the 8-bit quantization the library dequantizes it with.
+// output the 8-bit quantization the library dequantizes it with. The graph takes
+// the image as float NCHW scaled to 0..1; the adapter converts the library's
+// uint8 NHWC tensor to that.
 //
 //   offset  size          content
 //   0       4             magic "SCQM"
-//   4       uint32        version, 1
+//   4       uint32        version, 2
 //   8       uint32        output count n (1 to 8)
 //   12      uint32        ONNX byte count
 //   16      char[16]      input name, NUL-padded
@@ -20,13 +22,13 @@
 namespace scanref {
 
 constexpr char kModelMagic[4] = {'S', 'C', 'Q', 'M'};
-constexpr uint32_t kModelVersion = 1;
+constexpr uint32_t kModelVersion = 2;
 constexpr size_t kNameBytes = 16;
 constexpr size_t kFixedHeaderBytes = 32;
 constexpr size_t kOutputEntryBytes = kNameBytes + 8;
 constexpr uint32_t kMaxOutputs = 8;
 
-struct OutputSpec {
+struct OutputInfo {
     std::string name;
     float scale = 1.0f;
     int32_t zeroPoint = 0;  // added to the code before scaling: y = (q + zeroPoint) * scale
@@ -34,7 +36,7 @@ struct OutputSpec {
 
 struct ModelHeader {
     std::string inputName;
-    std::vector<OutputSpec> outputs;
+    std::vector<OutputInfo> outputs;
     size_t onnxSize = 0;
 
     // Position of the output called `name`, or -1.
@@ -48,6 +50,6 @@ bool ParseModelHeader(const unsigned char* data, size_t size, ModelHeader* heade
 
 // The 8-bit code of each float: clamp(round(y / scale) - zeroPoint, 0, 255),
 // rounding halves to even as the training's simulated quantization does.
-void QuantizeOutput(const float* values, size_t count, const OutputSpec& output, uint8_t* codes);
+void QuantizeOutput(const float* values, size_t count, const OutputInfo& output, uint8_t* codes);
 
 }  // namespace scanref

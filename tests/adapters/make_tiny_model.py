@@ -1,6 +1,7 @@
-"""Writes tiny_model.bin, the adapter tests' model: a 2 x 2 RGB uint8 input and two
+"""Writes tiny_model.bin, the adapter tests' model: a 2 x 2 RGB input and two
 outputs whose values are plain functions of the pixels, so that every 8-bit code
-the adapter produces can be worked out by hand.
+the adapter produces (after its own uint8 NHWC -> float NCHW / 255 conversion)
+can be worked out by hand.
 
     outputs [1,2,2,2]: (R, -G)   quantized with scale 3,   zero point -20
     _306    [1,2,2,1]: (B)       quantized with scale 0.5, zero point 0
@@ -31,13 +32,12 @@ class Tiny(nn.Module):
             self.b.bias.fill_(1e-4)  # keeps the two bias initialisers distinct in the export
 
     def forward(self, x):
-        x = (x.float() * (1.0 / 255.0)).permute(0, 3, 1, 2)
         return self.a(x).permute(0, 2, 3, 1), self.b(x).permute(0, 2, 3, 1)
 
 
 def main():
     f = io.BytesIO()
-    torch.onnx.export(Tiny().eval(), torch.zeros(1, 2, 2, 3, dtype=torch.uint8), f, input_names=["inputs"],
+    torch.onnx.export(Tiny().eval(), torch.zeros(1, 3, 2, 2), f, input_names=["inputs"],
                       output_names=["outputs", "_306"], opset_version=11)
     data = export.pack(f.getvalue(), "inputs", [("outputs", 3.0, -20), ("_306", 0.5, 0)])
     with open(os.path.join(HERE, "tiny_model.bin"), "wb") as fh:

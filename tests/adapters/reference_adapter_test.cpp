@@ -218,7 +218,7 @@ TEST_F(ReferenceAdapterTest, RejectsBadModelBytes) {
         {"empty", {}},
         {"shorter than the fixed header", truncated(20)},
         {"bad magic", withByte(0, 'X')},
-        {"unknown version", withByte(4, 2)},
+        {"unknown version", withByte(4, 1)},
         {"no outputs", withByte(8, 0)},
         {"too many outputs", withByte(8, 200)},
         {"graph cut short", truncated(model.size() - 10)},
@@ -268,6 +268,7 @@ TEST_F(ReferenceAdapterTest, RejectsUnknownOrMalformedTensors) {
         {"zero dimension", TensorRecord("inputs", 0, 1, 0, 2, 3)},
         {"negative dimension", TensorRecord("inputs", 0, 1, 2, -2, 3)},
         {"absurd size", TensorRecord("inputs", 0, 1, 65536, 65536, 3)},
+        {"input with more channels than a picture", TensorRecord("inputs", 0, 1, 2, 2, 600)},
         {"null name", TensorRecord(nullptr, 0, 1, 2, 2, 3)},
     };
     for (const auto& c : cases) {
