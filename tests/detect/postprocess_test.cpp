@@ -129,62 +129,6 @@ INSTANTIATE_TEST_SUITE_P(
                     cv::Rect(456, 960, 96, 48)}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(PostProcess, NothingDetectedLeavesTheListAlone) {
-    std::vector<cv::Rect> boxes{cv::Rect(1, 2, 3, 4)};
-    int count = 0;
-    LogCapture logs;
-    CodeDetectPostprocesCalculator calc;
-    EXPECT_EQ(calc.PostProcess(640, 640, OutputBuffer().NewCopy(), boxes, count), -1);
-    EXPECT_EQ(calc.PostProcess(640, 480, nullptr, boxes, count), -1);
-    EXPECT_EQ(count, 0);
-    EXPECT_EQ(boxes, std::vector<cv::Rect>{cv::Rect(1, 2, 3, 4)});
-    EXPECT_EQ(logs.texts(), std::vector<std::string>(2, "no object detect"));
-}
-
-TEST(PostProcess, DegenerateFrameSizesDoNotCrash) {
-    OutputBuffer buffer;
-    SmallBox(buffer, 40, 40, 1.0f);
-    buffer.SetCell(0, 41, 41, 80.0f, 80.0f, 80.0f, 80.0f, 2.0f);  // exponentials overflow
-    for (auto size : {std::pair<int, int>{0, 0}, {0, 480}, {-640, 480}, {640, -1}}) {
-        LogCapture logs;
-        const Outcome out = Decode(buffer, size.first, size.second);
-        EXPECT_EQ(out.ret, out.boxes.empty() ? -1 : 0);
-    }
-}
-
-TEST(PostProcess, DebugLinesInOrder) {
-    ScopedDebugLog on(true);
-    OutputBuffer buffer;
-    buffer.SetCell(2, 5, 6, LogFor(4), LogFor(4), LogFor(4), LogFor(4), 1.0f);
-    buffer.SetCell(2, 5, 7, LogFor(4), LogFor(4), LogFor(4), LogFor(4), 0.5f);
-    LogCapture logs;
-    const Outcome out = Decode(buffer, 1280, 720);
-    ASSERT_EQ(out.count, 2);
-    const std::vector<std::string> texts = logs.texts();
-    ASSERT_EQ(texts.size(), 16u);
-    EXPECT_EQ(texts[0], "code detect Image cols is 1280, Image rows is 720");
-    EXPECT_EQ(texts[1], "ratio is 0.500000");
-    EXPECT_TRUE(std::regex_match(texts[2], std::regex("addr of input0 is (0x[0-9a-f]+)")));
-    EXPECT_EQ(std::vector<std::string>(texts.begin() + 3, texts.begin() + 12),
-              (std::vector<std::string>{"validCount0 is 0", "validCount1 is 0", "validCount2 is 2",
-                                        "validCount3 is 0", "validCount4 is 0", "validCount is: 2",
-                                        "size of class_set is 1", "class_set member is 0",
-                                        "x = 408.000, y = 344.000, w = 16.000, h = 16.000"}));
-    EXPECT_EQ(texts[12], "x = 472.000, y = 344.000, w = 16.000, h = 16.000");
-    EXPECT_EQ(texts[13], "code detect postprocess calculator successful");
-    EXPECT_EQ(texts[14], "the num of qrcode is 2");
-    EXPECT_TRUE(std::regex_match(
-        texts[15], std::regex("SYNC_DDK_TIME , object postProcess Time  : [0-9]+\\.[0-9]{2}ms")));
-    EXPECT_EQ(logs.lines()[15].prio, 3);
-    EXPECT_EQ(logs.lines()[14].prio, 4);
-
-    // With debug off only the box and count lines remain.
-    ScopedDebugLog off(false);
-    logs.Clear();
-    Decode(buffer, 1280, 720);
-    EXPECT_EQ(logs.texts(), (std::vector<std::string>{texts[11], texts[12], texts[14]}));
-}
-
 // Whole-frame property: random heads, from sparse to every cell passing, with
 // scores drawn from a handful of values, decode to exactly what the literal
 // algorithm gives.
@@ -227,16 +171,6 @@ TEST(PostProcess, MatchesLiteralAlgorithmOnRandomFrames) {
             ASSERT_EQ(got.boxes, want.boxes) << mix.passing << " " << mix.levels;
         }
     }
-}
-
-TEST(Compare, TruncatesTheDifference) {
-    struct Case {
-        float a, b;
-        int want;
-    };
-    const Case cases[] = {{3.0f, 1.0f, 2},   {2.9f, 2.0f, 0},        {2.0f, 2.9f, 0},
-                          {-1.0f, 1.5f, -2}, {1e20f, 0.0f, INT_MAX}, {-1e20f, 0.0f, INT_MIN}};
-    for (const Case& c : cases) EXPECT_EQ(compare(&c.a, &c.b), c.want) << c.a << " - " << c.b;
 }
 
 }  // namespace

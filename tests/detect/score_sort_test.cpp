@@ -74,43 +74,4 @@ TEST(QuickSortIndiceInverse, SamePermutationAsLiteralPartitionSort) {
     }
 }
 
-TEST(QuickSortIndiceInverse, RandomLengthsAndLevels) {
-    std::mt19937 rng(99);
-    for (int rep = 0; rep < 200; ++rep) {
-        const int n = 1 + static_cast<int>(rng() % 3000);
-        const int levels = 1 + static_cast<int>(rng() % 12);
-        std::vector<float> scores(n);
-        for (float& s : scores) s = static_cast<float>(rng() % levels);
-        ExpectSameSort(scores, 0, n - 1, "rep " + std::to_string(rep));
-    }
-}
-
-// Neither cursor ever steps over a NaN, so the partition could not finish:
-// such a range is left as it is.
-TEST(QuickSortIndiceInverse, RangeWithNaNIsLeftAlone) {
-    for (int n : {5, 70, 600}) {
-        std::vector<float> scores(n);
-        for (int i = 0; i < n; ++i) scores[i] = static_cast<float>(i % 4);
-        scores[n / 2] = std::numeric_limits<float>::quiet_NaN();
-        std::vector<int> order(n);
-        std::iota(order.begin(), order.end(), 0);
-        const std::vector<int> before = order;
-        EXPECT_EQ(CodeDetectPostprocesCalculator().quickSortIndiceInverse(scores, 1, n - 1, order),
-                  1);
-        EXPECT_EQ(order, before);
-        EXPECT_EQ(scores[n - 1], static_cast<float>((n - 1) % 4));
-    }
-}
-
-TEST(QuickSortIndiceInverse, RangeOutsideTheListsIsLeftAlone) {
-    std::vector<float> scores{3, 1, 2};
-    std::vector<int> order{0, 1, 2};
-    CodeDetectPostprocesCalculator calc;
-    EXPECT_EQ(calc.quickSortIndiceInverse(scores, 0, 3, order), 0);
-    EXPECT_EQ(calc.quickSortIndiceInverse(scores, -1, 2, order), -1);
-    EXPECT_EQ(calc.quickSortIndiceInverse(scores, 2, 1, order), 2);
-    EXPECT_EQ(scores, (std::vector<float>{3, 1, 2}));
-    EXPECT_EQ(order, (std::vector<int>{0, 1, 2}));
-}
-
 }  // namespace

@@ -93,30 +93,4 @@ TEST(Nms, SameSurvivorsAsPairwiseLoop) {
     }
 }
 
-// Many small boxes on a lattice with equal gaps: every decision sits right at
-// the one-pixel margin.
-TEST(Nms, LatticeAtTheOnePixelMargin) {
-    for (float gap : {0.0f, 0.999f, 1.0f, 1.001f}) {
-        Scene s;
-        for (int i = 0; i < 1600; ++i)
-            s.boxes.insert(s.boxes.end(),
-                           {i % 40 * (4.0f + gap), i / 40 * (4.0f + gap), 4.0f, 4.0f});
-        s.classIds.assign(1600, 0);
-        s.order.resize(1600);
-        std::iota(s.order.rbegin(), s.order.rend(), 0);
-        std::vector<int> want = s.order;
-        literal::Nms(1600, s.boxes, s.classIds, want, 0, 0.0f);
-        CodeDetectPostprocesCalculator().nms(1600, s.boxes, s.classIds, s.order, 0, 0.0f);
-        EXPECT_EQ(s.order, want) << gap;
-    }
-}
-
-TEST(Nms, CountBeyondTheListsIsClamped) {
-    std::vector<float> boxes{0, 0, 10, 10, 5, 5, 10, 10};
-    std::vector<int> order{0, 1};
-    CodeDetectPostprocesCalculator calc;
-    EXPECT_EQ(calc.nms(5, boxes, {0, 0}, order, 0, 0.0f), 0);
-    EXPECT_EQ(order, (std::vector<int>{0, -1}));
-}
-
 }  // namespace

@@ -96,18 +96,6 @@ TEST_F(FramePath, TwoCodesGetAZoomButNoStraightening) {
     EXPECT_LE(zoom_.bestZoom, 1.0f);
 }
 
-TEST_F(FramePath, CodeInTheEdgeBandIsLoggedButNotUsed) {
-    OutputMaps maps;
-    const cv::Rect2f decoded = maps.Place(2, ToInput({30, 400, 150, 200}, 1920, 1080));
-    maps.Serve();
-    LogCapture logs;
-    EXPECT_EQ(Run(GreyNV21(1920, 1080, 90), 1920, 1080), -1);
-    char line[128];
-    snprintf(line, sizeof line, "x = %.03f", decoded.x * 3.0f);
-    EXPECT_TRUE(HasInOrder(logs.texts(), {line, "the num of qrcode is 0"}));
-    EXPECT_EQ(zoom_.bestZoom, -5.0f);
-}
-
 TEST_F(FramePath, CancelFlagEndsTheFrameAfterInference) {
     OutputMaps maps;
     maps.Place(2, ToInput({800, 400, 150, 200}, 1920, 1080));
@@ -159,6 +147,11 @@ struct Letterbox {
 
 class LetterboxTest : public FramePath, public ::testing::WithParamInterface<Letterbox> {};
 
+INSTANTIATE_TEST_SUITE_P(Frames, LetterboxTest,
+                         ::testing::Values(Letterbox{1920, 1080, 640, 360},
+                                           Letterbox{1080, 1920, 360, 640},
+                                           Letterbox{640, 640, 640, 640}));
+
 TEST_P(LetterboxTest, FrameIsAnchoredTopLeftWithBlackPadding) {
     const Letterbox& l = GetParam();
     Run(GreyNV21(l.cols, l.rows, 100), l.cols, l.rows);
@@ -171,34 +164,6 @@ TEST_P(LetterboxTest, FrameIsAnchoredTopLeftWithBlackPadding) {
         wrong += input[i] != ((x < l.imageCols && y < l.imageRows) ? 100 : 0);
     }
     EXPECT_EQ(wrong, 0);
-}
-
-INSTANTIATE_TEST_SUITE_P(Frames, LetterboxTest,
-                         ::testing::Values(Letterbox{1920, 1080, 640, 360},
-                                           Letterbox{1080, 1920, 360, 640},
-                                           Letterbox{640, 640, 640, 640}));
-
-TEST_F(FramePath, DebugDrawingWithoutBoxesSkipsTheLastLines) {
-    isDebug = true;
-    LogCapture logs;
-    EXPECT_EQ(Run(GreyNV21(640, 480, 90), 640, 480), -1);
-    ASSERT_FALSE(logs.lines().empty());
-    EXPECT_EQ(logs.lines().back().text, "has Warp is 0");
-}
-
-TEST_F(FramePath, DebugDrawingTurnsAZeroZoomIntoTheFullFrame) {
-    // One big code: no zoom fits, so the host's record keeps its 0.0.
-    OutputMaps maps;
-    maps.Place(3, ToInput({700, 300, 500, 560}, 1920, 1080));
-    maps.Serve();
-    isDebug = true;
-    zoom_ = {0.0f, 0.0f};
-    LogCapture logs;
-    EXPECT_EQ(Run(GreyNV21(1920, 1080, 90), 1920, 1080), -2);
-    EXPECT_EQ(zoom_.bestZoom, 1.0f);
-    EXPECT_TRUE(logs.Contains(
-        4, "the crop_X is: 0, crop_Y is: 0, crop_Width is 1920, crop_Height is 1080"));
-    EXPECT_EQ(logs.lines().back().text, "Process() leave");
 }
 
 }  // namespace

@@ -107,87 +107,6 @@ TEST(BGRtoNV21, WorkedValuesVectorAndScalarAgree) {
 
 // ---- frame walks ------------------------------------------------------------
 
-TEST(NV21toRGB, EarlyReturnsWriteNothing) {
-    const std::vector<uint8_t> nv21 = RandomBytes(Nv21Size(16, 4), 1);
-    for (auto [w, h] : {std::pair{4, 4}, {7, 4}, {0, 4}, {-8, 4}, {16, 0}, {16, -2}}) {
-        std::vector<uint8_t> out(16 * 4 * 3, kUntouched);
-        EXPECT_EQ(NV21toRGB_NEON(nv21.data(), out.data(), w, h), nv21.data());
-        EXPECT_EQ(out, std::vector<uint8_t>(out.size(), kUntouched)) << w << "x" << h;
-    }
-}
-
-TEST(NV21toRGB, OddHeightReadsTheLastChromaRow) {
-    constexpr int kW = 8, kH = 3;
-    std::vector<uint8_t> nv21 = FlatNv21(kW, kH, 128, 128, 128);
-    nv21[kW * kH + kW] = 200;  // chroma row 1, first pair: rows 2 only
-    const std::vector<uint8_t> out = Decode(nv21, kW, kH);
-    const uint8_t* lastRow = out.data() + 2 * kW * 3;
-    EXPECT_EQ(std::vector<uint8_t>(lastRow, lastRow + 6),
-              (std::vector<uint8_t>{255, 104, 128, 255, 104, 128}));
-    EXPECT_EQ(std::count(out.begin(), out.begin() + 2 * kW * 3, 128), 2 * kW * 3);
-}
-
-TEST(NV21toRGB, PartialGroupsRunOnIntoTheNextRow) {
-    // Width 12: one group a row, so row 1 starts at luma byte 8 and the
-    // output of all three rows is packed into the first 3 x 24 bytes.
-    constexpr int kW = 12, kH = 3;
-    std::vector<uint8_t> nv21 = FlatNv21(kW, kH, 0, 128, 128);
-    for (int i = 0; i < kW * kH; ++i) nv21[i] = static_cast<uint8_t>(i);
-    const std::vector<uint8_t> out = Decode(nv21, kW, kH);
-    EXPECT_EQ(NV21toRGB_NEON(nv21.data(), std::vector<uint8_t>(out.size()).data(), kW, kH),
-              nv21.data() + 24);
-    for (int p = 0; p < 24; ++p) EXPECT_EQ(out[3 * p + 1], p) << "pixel " << p;
-    EXPECT_EQ(std::count(out.begin() + 72, out.end(), kUntouched), kW * kH * 3 - 72);
-}
-
-TEST(BGRtoNV21_NEON, ChromaFromEvenColumnsOfEvenRowsOnly) {
-    constexpr int kW = 16, kH = 3;
-    std::vector<uint8_t> bgr(kW * kH * 3);
-    for (int p = 0; p < kW * kH; ++p) {
-        const bool givesChroma = (p / kW) % 2 == 0 && p % 2 == 0;
-        const std::array<uint8_t, 3> px =
-            givesChroma ? std::array<uint8_t, 3>{255, 104, 128} : std::array<uint8_t, 3>{0, 0, 0};
-        std::copy(px.begin(), px.end(), bgr.begin() + 3 * p);
-    }
-    const std::vector<uint8_t> out = EncodeWith(BGRtoNV21_NEON, bgr, kW, kH);
-    // The odd last row still writes its chroma row.
-    for (int i = kW * kH; i < kW * kH + 2 * kW; i += 2) {
-        EXPECT_EQ(out[i], 128);
-        EXPECT_EQ(out[i + 1], 191);
-    }
-}
-
-TEST(BGRtoNV21, OddIndexPixelsGiveChromaInReverseChannelOrder) {
-    constexpr int kW = 5, kH = 3;
-    std::vector<uint8_t> rgb(kW * kH * 3, 0);
-    // Channel 0 is red here. Column 1 of row 2 gives (R, G, B) = (128, 104, 255).
-    rgb[3 * (2 * kW + 1) + 0] = 128;
-    rgb[3 * (2 * kW + 1) + 1] = 104;
-    rgb[3 * (2 * kW + 1) + 2] = 255;
-    const std::vector<uint8_t> out = EncodeWith(BGRtoNV21, rgb, kW, kH);
-    std::vector<uint8_t> expected(Nv21Size(kW, kH), kUntouched);
-    std::fill(expected.begin(), expected.begin() + kW * kH, 16);
-    expected[2 * kW + 1] = 126;
-    // Two pairs a chroma row (columns 1 and 3), rows 0 and 2.
-    const std::array<uint8_t, 8> chroma = {128, 128, 128, 128, 128, 191, 128, 128};
-    std::copy(chroma.begin(), chroma.end(), expected.begin() + kW * kH);
-    EXPECT_EQ(out, expected);
-}
-
-TEST(BGRtoNV21, EarlyReturnsWriteNothing) {
-    std::vector<uint8_t> bgr = RandomBytes(32 * 4 * 3, 2);
-    std::vector<std::pair<int, int>> sizes = {{0, 4}, {-16, 4}, {32, 0}, {32, -1}};
-    for (int w = 1; w < 16; ++w) sizes.emplace_back(w, 4);  // the vector form: no group of 16
-    for (auto encode : {BGRtoNV21_NEON, BGRtoNV21}) {
-        for (auto [w, h] : sizes) {
-            if (encode == BGRtoNV21 && w > 0 && h > 0) continue;
-            std::vector<uint8_t> out(Nv21Size(32, 4), kUntouched);
-            encode(out.data(), cv::Mat(4, 32, CV_8UC3, bgr.data()), w, h);
-            EXPECT_EQ(out, std::vector<uint8_t>(out.size(), kUntouched)) << w << "x" << h;
-        }
-    }
-}
-
 // ---- every compiled path against the reference ------------------------------
 
 class PathTest : public ::testing::TestWithParam<ColorConvertPath> {
@@ -278,16 +197,5 @@ TEST_P(PathTest, RandomFramesMatchReference) {
 
 INSTANTIATE_TEST_SUITE_P(Compiled, PathTest, ::testing::ValuesIn(kColorConvertPaths),
                          [](const auto& info) { return std::string(info.param.name); });
-
-TEST(ColorConvertPaths, PublicFunctionsUseTheLastPath) {
-    constexpr int kW = 40, kH = 5;
-    const std::vector<uint8_t> nv21 = RandomBytes(Nv21Size(kW, kH), 99);
-    std::vector<uint8_t> viaPath(kW * kH * 3, kUntouched);
-    scancode::NV21ToRGBFrame(scancode::kColorConvertInUse.decodeRow, nv21.data(), viaPath.data(),
-                             kW, kH);
-    EXPECT_EQ(Decode(nv21, kW, kH), viaPath);
-    EXPECT_STREQ(scancode::kColorConvertInUse.name,
-                 kColorConvertPaths[std::size(kColorConvertPaths) - 1].name);
-}
 
 }  // namespace

@@ -29,17 +29,6 @@ TEST(ReadDebugSwitch, NeedsTheFlagAndADebuggableUserType) {
     ScanHostSetProperty("ro.logsystem.usertype", nullptr);
 }
 
-TEST(ElapsedMs, SingleFloatArithmetic) {
-    EXPECT_FLOAT_EQ(ElapsedMs({10, 0}, {11, 500000}), 1500.0f);
-    EXPECT_EQ(ElapsedMs({10, 900000}, {11, 100000}), 200000.0f * 0.001f);
-    // Only the difference of the seconds is scaled, so epoch-sized marks
-    // keep their microseconds.
-    EXPECT_EQ(ElapsedMs({1700000000, 0}, {1700000001, 500000}), 1500000.0f * 0.001f);
-    char text[32];
-    snprintf(text, sizeof text, "%.2f", static_cast<double>(ElapsedMs({0, 0}, {1, 500000})));
-    EXPECT_STREQ(text, "1500.00");
-}
-
 TEST(LogSyncTime, PrintsOnlyWithTheSwitchOn) {
     LogCapture logs;
     timeval start = TimeMark();
@@ -66,17 +55,6 @@ TEST(LogSyncTime, PrintsOnlyWithTheSwitchOn) {
     EXPECT_GE(ms, 1000.0);
     EXPECT_LT(ms, 2000.0);
     EXPECT_EQ(text.substr(text.size() - 5, 1), ".");  // two decimals
-}
-
-TEST(Logging, ErrorAndInfoIgnoreTheSwitch) {
-    LogCapture logs;
-    ScopedDebugLog off(false);
-    LOGE("input handle is null or size invalid.");
-    LOGI("the num of qrcode is %d", 2);
-    LOGD("hidden %d", 1);
-    EXPECT_EQ(logs.lines(),
-              (std::vector<scancode_test::LogLine>{{6, "input handle is null or size invalid."},
-                                                   {4, "the num of qrcode is 2"}}));
 }
 
 }  // namespace

@@ -55,20 +55,4 @@ TEST(LibWrapper, MissingLibraryIsRetriedAndCachesNothing) {
     EXPECT_EQ(logs.texts(), std::vector<std::string>{"getHandle(), mLibName is nullptr"});
 }
 
-// The loader's tests pin the success and missing-file reports; here only the
-// answers to bad arguments.
-TEST(FileHelpers, ReadExactlyTheSizeAndRejectBadArguments) {
-    const std::string path = ::testing::TempDir() + "scancode_file_helpers.bin";
-    std::ofstream(path, std::ios::binary) << "0123456789abcdef";
-    EXPECT_EQ(GetFileLength(path.c_str()), 16u);
-    EXPECT_EQ(GetFileLength(nullptr), 0u);
-    char buffer[5] = {};
-    EXPECT_EQ(ReadFile(path.c_str(), buffer, 4), 0);
-    EXPECT_STREQ(buffer, "0123");
-    EXPECT_EQ(ReadFile(path.c_str(), buffer, 0), -1);
-    EXPECT_EQ(ReadFile(nullptr, buffer, 4), -1);
-    EXPECT_EQ(ReadFile(path.c_str(), nullptr, 4), -1);
-    std::remove(path.c_str());
-}
-
 }  // namespace

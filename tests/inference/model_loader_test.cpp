@@ -36,31 +36,6 @@ class LoadNpuModelTest : public ScriptedAdapterTest {
     std::string stdout_;
 };
 
-TEST_F(LoadNpuModelTest, LoadsTheModelFileAndLogsEachStep) {
-    LogCapture logs;
-    ASSERT_EQ(Load(), 0);
-    EXPECT_TRUE(net_.GetLoadFlag());
-    EXPECT_EQ(net_.loadCount.load(), 1);
-    EXPECT_EQ(net_.modelName, "codeDetect");
-    // The earlier lines (DSP path, library) are pinned by their own tests.
-    EXPECT_EQ(logs.lines().back(), (LogLine{4, "load from Files success, ret=0"}));
-    EXPECT_EQ(stdout_, std::string("read ") + kModelFilePath + " success!\n");
-    EXPECT_EQ(AdapterCalls(), (std::vector<std::string>{"NNModelManagerCreateWithConfig",
-                                                        "NNModelLoadFromBuffer"}));
-    EXPECT_TRUE(net_.netLock.try_lock()) << "the loader releases the lock";
-    net_.netLock.unlock();
-
-    // A second load only counts.
-    ScriptedAdapterClearCalls();
-    ScopedDebugLog debug(true);
-    logs.Clear();
-    EXPECT_EQ(Load(), 0);
-    EXPECT_EQ(net_.loadCount.load(), 2);
-    EXPECT_TRUE(AdapterCalls().empty());
-    EXPECT_EQ(logs.texts(), (std::vector<std::string>{"load npu model in", "modelType:0",
-                                                      "Already loaded: codeDetect"}));
-}
-
 TEST_F(LoadNpuModelTest, RecordsOnTheWire) {
     ASSERT_EQ(Load(), 0);
     const std::string config = Blob(FindCall("NNModelManagerCreateWithConfig"), "config");
@@ -107,40 +82,6 @@ TEST_F(LoadNpuModelTest, RecordsOnTheWire) {
     }
 }
 
-TEST_F(LoadNpuModelTest, DspSearchPathIsSetUnlessAlreadyExact) {
-    const struct {
-        const char* before;  // null: unset
-        std::string line;
-    } cases[] = {
-        {"/vendor/lib64/rfsa", "SetEnv: ADSP_LIBRARY_PATH is already set to /vendor/lib64/rfsa\n"},
-        {"/vendor/lib64/rfsa;/vendor/dsp", kSetLine},
-        {nullptr, kSetLine},
-    };
-    for (const auto& c : cases) {
-        NpuNetwork net;
-        net.SetModelType(CODE_DETECT);
-        if (c.before != nullptr)
-            setenv("ADSP_LIBRARY_PATH", c.before, 1);
-        else
-            unsetenv("ADSP_LIBRARY_PATH");
-        LogCapture logs;
-        StdoutOf([&] { ASSERT_EQ(LoadNpuModel(net), 0); });
-        EXPECT_STREQ(getenv("ADSP_LIBRARY_PATH"), "/vendor/lib64/rfsa");
-        EXPECT_TRUE(logs.Contains(4, c.line)) << (c.before ? c.before : "(unset)");
-        net.UnloadModel();
-    }
-}
-
-// Each failure stops the load at its own step and leaves its own state.
-TEST_F(LoadNpuModelTest, ManagerCreationFailure) {
-    ScriptedAdapterSetStatus("NNModelManagerCreateWithConfig", -1, 0);
-    LogCapture logs;
-    EXPECT_EQ(Load(), -1);
-    EXPECT_TRUE(logs.Contains(6, "mAiModelManager == nullptr\n"));
-    EXPECT_FALSE(net_.GetLoadFlag()) << "Init was never reached";
-    EXPECT_EQ(AdapterCalls(), std::vector<std::string>{"NNModelManagerCreateWithConfig"});
-}
-
 TEST_F(LoadNpuModelTest, InitFailureReleasesManagerAndWrapper) {
     // A network whose type was never set cannot describe its tensors.
     LogCapture logs;
@@ -155,16 +96,6 @@ TEST_F(LoadNpuModelTest, InitFailureReleasesManagerAndWrapper) {
     // The network now holds stale pointers; forget them before TearDown.
     net_.mAiModelManager = nullptr;
     net_.libWrapper = nullptr;
-}
-
-TEST_F(LoadNpuModelTest, RejectedLoadLeavesManagerWithTheNetwork) {
-    ScriptedAdapterSetStatus("NNModelLoadFromBuffer", -7, 0);
-    LogCapture logs;
-    EXPECT_EQ(Load(), -1);
-    EXPECT_TRUE(logs.Contains(6, "load from Files, ret=-7"));
-    EXPECT_EQ(net_.loadCount.load(), 0);
-    EXPECT_NE(net_.libWrapper, nullptr);
-    EXPECT_EQ(NewManagers(), 1);  // TearDown's unload destroys it
 }
 
 }  // namespace

@@ -88,24 +88,6 @@ TEST_F(NpuNetworkTest, RunQuantizesAndExposesTheAdaptersOutputMemory) {
     EXPECT_EQ(out4[149], 0x7f);
 }
 
-TEST_F(NpuNetworkTest, RemainderIsScaledAndWrittenBack) {
-    // A 17-element input: element 16 takes the scalar path.
-    net_.ReleaseTensor();
-    const int shape17[4] = {1, 1, 1, 17};
-    memcpy(net_.inputShape, shape17, sizeof shape17);
-    float* in = net_.GetInputBuffer(0);
-    std::fill(in, in + 16, 100.0f);
-    in[16] = 200.0f;
-    ASSERT_EQ(net_.RunModel(), 0);
-    size_t size = 0;
-    const auto* seen = static_cast<const uint8_t*>(ScriptedAdapterRunInput(&size));
-    ASSERT_EQ(size, 17u);
-    EXPECT_EQ(seen[15], 100);
-    EXPECT_EQ(seen[16], 200);
-    EXPECT_EQ(in[15], 100.0f) << "the blocks leave the input alone";
-    EXPECT_EQ(in[16], 200.0f * kInputScale);
-}
-
 TEST_F(NpuNetworkTest, FailedTensorOrRunIsReportedAndRecovered) {
     net_.ReleaseTensor();
     ScriptedAdapterSetStatus("NNTensorBufferCreateWithConfig", -1, 3);  // output 2 fails
@@ -127,30 +109,6 @@ TEST_F(NpuNetworkTest, FailedTensorOrRunIsReportedAndRecovered) {
     EXPECT_TRUE(logs.Contains(6, "NpuNetwork::NNModelRun run failed, ret is 7 \n"));
     EXPECT_TRUE(net_.tensorsAllocated);
     EXPECT_EQ(net_.GetOutputUint8Buffer(0, nullptr), before);
-}
-
-TEST_F(NpuNetworkTest, UnloadReleasesInOrderAndOnlyOnce) {
-    ASSERT_EQ(net_.RunModel(), 0);
-    ScriptedAdapterClearCalls();
-    void* input = net_.mInputTensor;
-    void* manager = net_.mAiModelManager;
-    ScriptedAdapterSetStatus("NNModelUnload", 3, 0);
-    LogCapture logs;
-    EXPECT_EQ(net_.UnloadModel(), 0) << "the unload status is only logged";
-    std::vector<std::string> expected(6, "NNTensorBufferDestroy");
-    expected.push_back("NNModelUnload");
-    expected.push_back("NNModelManagerDestroy");
-    EXPECT_EQ(AdapterCalls(), expected);
-    EXPECT_EQ(At<void*>(Blob(0, "tensor"), 0), input) << "input first";
-    EXPECT_EQ(At<void*>(Blob(7, "manager"), 0), manager);
-    EXPECT_TRUE(logs.Contains(4, "errorCode of NNModelUnload is 3."));
-    EXPECT_FALSE(net_.GetLoadFlag());
-    EXPECT_EQ(NewTensors(), 0);
-
-    ScriptedAdapterClearCalls();
-    EXPECT_EQ(net_.UnloadModel(), 0);
-    EXPECT_TRUE(AdapterCalls().empty());
-    EXPECT_EQ(net_.RunModel(), -1) << "not loaded any more";
 }
 
 }  // namespace

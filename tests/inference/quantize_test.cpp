@@ -107,15 +107,4 @@ INSTANTIATE_TEST_SUITE_P(Kernels, QuantizeKernelTest,
                                                       QuantizeUnitBlocksRef, -0.01f, 1.01f}),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST(QuantizeRemainder, PixelScalesAndWritesBack) {
-    float in[] = {0.0f, 127.5f, 255.0f, 300.0f, -5.0f, 1.0f, kNaN};
-    const float original[] = {0.0f, 127.5f, 255.0f, 300.0f, -5.0f, 1.0f};
-    uint8_t out[7] = {};
-    QuantizePixelRemainder(in, out, 7);
-    for (int i = 0; i < 6; ++i) EXPECT_EQ(Bits(in[i]), Bits(original[i] * kInputScale)) << i;
-    EXPECT_TRUE(std::isnan(in[6]));
-    // 127.5 / 255 rounds to 0.5f, which scales back to just under 127.5.
-    EXPECT_EQ(std::vector<int>(out, out + 7), (std::vector<int>{0, 127, 255, 255, 0, 1, 0}));
-}
-
 }  // namespace

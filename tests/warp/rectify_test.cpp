@@ -53,16 +53,6 @@ void ExpectWholeCropFallback(const cv::Mat& crop, const cv::Mat& picture,
     EXPECT_TRUE(SameMat(picture, Resized(crop, side)));
 }
 
-TEST(DilateAndErode, ThreeDilationsThenOneErosion) {
-    cv::Mat dot = cv::Mat::zeros(41, 41, CV_8UC1);
-    dot.at<uint8_t>(20, 20) = 255;
-    // 5 x 5 three times grows the dot to 13 x 13, one 5 x 5 erosion to 9 x 9.
-    const cv::Mat morph = dilateAndErode(dot, 5, 3, 5, 1);
-    EXPECT_EQ(cv::countNonZero(morph), 81);
-    EXPECT_EQ(cv::boundingRect(morph), cv::Rect(16, 16, 9, 9));
-    EXPECT_TRUE(dilateAndErode(cv::Mat(), 5, 3, 5, 1).empty());
-}
-
 TEST(WarpImage, SideFromRoundedCornersAndCornersOnN) {
     cv::Mat img(100, 150, CV_8UC3);
     for (int y = 0; y < img.rows; ++y)
@@ -84,35 +74,6 @@ TEST(WarpImage, SideFromRoundedCornersAndCornersOnN) {
     ASSERT_EQ(outside.size(), cv::Size(100, 100));
     EXPECT_EQ(outside.at<cv::Vec3b>(50, 10), cv::Vec3b(0, 0, 0));
     EXPECT_EQ(outside.at<cv::Vec3b>(50, 75), img.at<cv::Vec3b>(50, 25));
-}
-
-TEST(RectifyQrcodeImg, CodeFillingALightCropTakesTheDarkRegionBox) {
-    const std::string text = "dark region box";
-    const cv::Mat code = scancode_test::RenderQrCode(text, 4, 0);  // modules reach the edge
-    cv::Mat crop(code.rows + 60, code.cols + 100, CV_8UC3, cv::Scalar::all(255));
-    code.copyTo(crop(cv::Rect(30, 40, code.cols, code.rows)));
-    ASSERT_GT(LargestContourShare(crop), 0.9);
-
-    QRInformation info{};
-    const cv::Mat picture = rectifyQrcodeImg(crop, info);
-    // Dark pixels span [30, 30 + n - 1] x [40, 40 + n - 1]; each side is
-    // widened by a quarter of its margin.
-    const int n = code.cols, W = crop.cols, H = crop.rows;
-    const int x0 = 30 - 30 / 4, y0 = 40 - 40 / 4;
-    const int x1 = (30 + n - 1) + (W - (30 + n - 1)) / 4;
-    const int y1 = (40 + n - 1) + (H - (40 + n - 1)) / 4;
-    const int side = std::max(x1 - x0 + 1, y1 - y0 + 1);
-    ExpectRecord(info, side, cv::Rect2f(x0, y0, x1 - x0, y1 - y0));
-    EXPECT_TRUE(SameMat(picture, Resized(crop(cv::Rect(x0, y0, x1 - x0 + 1, y1 - y0 + 1)), side)));
-    EXPECT_EQ(scancode_test::DecodeQr(picture), text);
-}
-
-TEST(RectifyQrcodeImg, NoDarkPixelTakesTheWholeCropAsDarkRegion) {
-    const cv::Mat crop(160, 200, CV_8UC3, cv::Scalar(200, 180, 190));
-    QRInformation info{};
-    const cv::Mat picture = rectifyQrcodeImg(crop, info);
-    ExpectRecord(info, 200, cv::Rect2f(0, 0, 199, 159));  // inclusive, unlike the fall-back
-    EXPECT_TRUE(SameMat(picture, Resized(crop, 200)));
 }
 
 TEST(RectifyQrcodeImg, WholeCropFallbacks) {
@@ -151,36 +112,6 @@ TEST(RectifyQrcodeImg, WholeCropFallbacks) {
     for (const cv::Mat& m : {comb, triangle}) {
         EXPECT_GT(LargestContourShare(m), 0.1);
         EXPECT_LT(LargestContourShare(m), 0.9);
-    }
-}
-
-TEST(RectifyQrcodeImg, NearlySquareOutlineIsResizedNotWarped) {
-    // A white square turned by 20 degrees: its four sides are equal, so the
-    // bounding-box view is only resized, rotated as it is.
-    cv::Mat crop(300, 300, CV_8UC3, cv::Scalar::all(40));
-    const Quad quad = scancode_test::ViewedSquare({150, 150}, 150, 20);
-    const cv::Mat label(150, 150, CV_8UC3, cv::Scalar::all(230));
-    scancode_test::PlacePicture(crop, label, quad);
-
-    QRInformation info{};
-    const cv::Mat picture = rectifyQrcodeImg(crop, info);
-    const cv::Point2f found[4] = {info.topLeft, info.topRight, info.bottomRight, info.bottomLeft};
-    for (int i = 0; i < 4; ++i) EXPECT_LT(cv::norm(found[i] - quad[i]), 10.0) << i;
-    ASSERT_EQ(picture.cols, picture.rows);
-    // A warp would give a side of about the longest edge (qrSize); the
-    // bounding box of the turned square is a third larger.
-    EXPECT_NEAR(info.qrSize, 158, 4);
-    EXPECT_GT(picture.cols, info.qrSize + 40);
-}
-
-TEST(RectifyQrcodeImg, UnusableCropGivesAnEmptyPicture) {
-    const cv::Mat crops[] = {cv::Mat(), cv::Mat(10, 10, CV_16UC3), cv::Mat(10, 10, CV_8UC2)};
-    for (const cv::Mat& crop : crops) {
-        QRInformation info{true, 7, {1, 1}, {}, {}, {}};
-        EXPECT_TRUE(rectifyQrcodeImg(crop, info).empty());
-        EXPECT_FALSE(info.isValid);
-        EXPECT_EQ(info.qrSize, 0);
-        EXPECT_EQ(info.topLeft, cv::Point2f(0, 0));
     }
 }
 

@@ -80,73 +80,6 @@ TEST(WarpQRProcess, NothingToStraighten) {
     }
 }
 
-TEST(WarpQRProcess, EnlargedCropRectangles) {
-    struct Case {
-        const char* name;
-        cv::Rect box;
-        cv::Rect crop;  // as revealed by the fall-back corners
-    };
-    const Case cases[] = {
-        {"inside", {400, 300, 200, 100}, {350, 275, 300, 150}},
-        {"just above 1.14", {400, 300, 115, 100}, {371, 275, 172, 150}},
-        // Shifted rather than shrunk at the top and left.
-        {"near the top-left corner", {10, 20, 200, 100}, {0, 0, 300, 150}},
-        // Cut at the right edge only.
-        {"near the right and bottom edges", {1800, 1000, 100, 60}, {1775, 985, 145, 90}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        cv::Mat frame = FrameWithSpots({{c.box.x + 5, c.box.y + 5}});
-        const WarpRun run = RunWarp(frame, {c.box});
-        ASSERT_EQ(run.infos.size(), 1u);
-        const QRInformation& info = run.infos[0];
-        EXPECT_TRUE(info.isValid);
-        EXPECT_EQ(info.qrSize, std::max(c.crop.width, c.crop.height));
-        EXPECT_EQ(info.topLeft, cv::Point2f(c.crop.tl()));
-        EXPECT_EQ(info.bottomRight, cv::Point2f(c.crop.br()));
-        EXPECT_TRUE(run.warp.hasWarp);
-    }
-}
-
-TEST(WarpQRProcess, PictureCutAtTheEdgeIsShrunkToASquare) {
-    // Crop (1775, 985, 145, 90) gives a 145 square; centred on (1850, 1030)
-    // it would reach x 1923 and y 1103, so it is shrunk to min(142, 122).
-    cv::Mat frame = FrameWithSpots({{1840, 1020}});
-    const cv::Mat original = frame.clone();
-    const cv::Mat crop = original(cv::Rect(1775, 985, 145, 90));
-    ScopedDebugLog off(false);
-    LogCapture log;
-    const WarpRun run = RunWarp(frame, {{1800, 1000, 100, 60}});
-
-    EXPECT_TRUE(run.warp.hasWarp);
-    // With the switch off this is the only line of the warp step.
-    ASSERT_EQ(log.lines().size(), 1u);
-    EXPECT_EQ(log.lines()[0], (scancode_test::LogLine{4, "tempWidth != tempHeight"}));
-    cv::Mat picture, expected = original.clone();
-    cv::resize(crop, picture, cv::Size(145, 145), 0, 0, cv::INTER_LINEAR);
-    cv::resize(picture, picture, cv::Size(122, 122), 0, 0, cv::INTER_LINEAR);
-    picture.copyTo(expected(cv::Rect(1778, 958, 122, 122)));
-    EXPECT_TRUE(SameMat(frame, expected));
-}
-
-TEST(WarpQRProcess, PictureCutEquallyLeavesTheFrameAsItIs) {
-    // Crop (1810, 985, 110, 90) gives a 110 square; centred on (1870, 1030)
-    // it overshoots by 5 at the right and at the bottom: tempWidth and
-    // tempHeight are both 105, nothing is resized, and copying into the
-    // smaller view gives the view a buffer of its own.
-    cv::Mat frame = FrameWithSpots({{1850, 1020}});
-    const cv::Mat original = frame.clone();
-    ScopedDebugLog on(true);
-    LogCapture log;
-    const WarpRun run = RunWarp(frame, {{1830, 1000, 80, 60}});
-
-    EXPECT_TRUE(run.warp.hasWarp);
-    EXPECT_TRUE(SameMat(frame, original));
-    EXPECT_TRUE(log.Contains(3, "the tempWidth  is 105"));
-    EXPECT_TRUE(log.Contains(3, "the tempHeight  is 105"));
-    EXPECT_FALSE(log.Contains("tempWidth != tempHeight"));
-}
-
 TEST(WarpQRProcess, ResultsArePastedAtTheInputBoxOfTheSamePosition) {
     // [square, elongated]: the one result, from the elongated box, lands on
     // the centre of the square box.
@@ -177,27 +110,6 @@ TEST(WarpQRProcess, ResultsArePastedAtTheInputBoxOfTheSamePosition) {
     EXPECT_EQ(run.infos[1].topLeft, info.topLeft + origin);
     EXPECT_EQ(run.infos[1].bottomRight, info.bottomRight + origin);
     EXPECT_EQ(run.infos[1].qrSize, info.qrSize);
-}
-
-TEST(WarpQRProcess, BoxesWithoutACropAreSkippedWithoutHarm) {
-    const std::vector<cv::Rect> boxes = {
-        {0, 0, 0, 50},          // no width: nothing to crop
-        {5000, 5000, 100, 50},  // beyond the frame: nothing to crop
-        {1900, 1070, 3, 1},     // a 4 x 1 crop
-        {-300, -300, 100, 50},  // the enlarged rectangle starts at the corner
-    };
-    // The two results are pasted at the first two boxes: one lands in the
-    // frame's corner, the other would lie outside and is dropped.
-    cv::Mat frame = FrameWithSpots({{10, 10}});
-    const WarpRun run = RunWarp(frame, boxes);
-    EXPECT_EQ(run.rc, 0);
-    EXPECT_EQ(run.infos.size(), 2u);
-
-    cv::Mat empty;
-    const WarpRun none = RunWarp(empty, {{10, 10, 100, 50}});
-    EXPECT_EQ(none.rc, 0);
-    EXPECT_TRUE(none.infos.empty());
-    EXPECT_FALSE(none.warp.hasWarp);
 }
 
 struct CodeScene {
