@@ -33,9 +33,7 @@ int KeptCells(const float* out) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const bool silenced = (scancode_fuzz::SilenceLog(), true);
-    (void)silenced;
-    FuzzedDataProvider in(data, size);
+    FuzzedDataProvider in = scancode_fuzz::QuietInput(data, size);
 
     const int cols = in.ConsumeIntegralInRange(1, 4000);
     const int rows = in.ConsumeIntegralInRange(1, 4000);

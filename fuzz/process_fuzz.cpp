@@ -75,9 +75,7 @@ void ServeOutputs(FuzzedDataProvider& in) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const bool silenced = (scancode_fuzz::SilenceLog(), true);
-    (void)silenced;
-    FuzzedDataProvider in(data, size);
+    FuzzedDataProvider in = scancode_fuzz::QuietInput(data, size);
     const int w = 16 * in.ConsumeIntegralInRange(1, 80);
     const int h = 2 * in.ConsumeIntegralInRange(1, 540);
     const bool cancel = in.ConsumeIntegralInRange(0, 15) == 0;

@@ -11,9 +11,7 @@
 #include "warp/rectify.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const bool silenced = (scancode_fuzz::SilenceLog(), true);
-    (void)silenced;
-    FuzzedDataProvider in(data, size);
+    FuzzedDataProvider in = scancode_fuzz::QuietInput(data, size);
 
     const int w = in.ConsumeIntegralInRange(1, 300);
     const int h = in.ConsumeIntegralInRange(1, 300);

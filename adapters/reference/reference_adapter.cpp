@@ -7,8 +7,8 @@
 // float NHWC maps; see model/README.md. The library hands over uint8 NHWC: the
 // adapter converts it with OpenCV's vectorised kernels, which costs a fraction
 // of what the same cast and transpose cost as graph layers. OpenCV computes
-// quantize/dequantize nodes wrongly,
-// so the graph stays float and the adapter produces the 8-bit codes itself:
+// quantize/dequantize nodes wrongly, so the graph stays float and the adapter
+// produces the 8-bit codes itself:
 // q = clamp(round(y / scale) - zeroPoint, 0, 255), which the library turns back
 // into (q + zeroPoint) * scale.
 //
@@ -61,6 +61,7 @@ struct Manager {
     bool loaded = false;
     std::string modelName;
     scanref::ModelHeader header;
+    std::vector<cv::String> outputNames;  // the header's, in its order, for every run
 };
 
 enum class Role { kInput, kOutput };
@@ -97,11 +98,9 @@ int Run(Manager& m, Tensor& in, Tensor** outs, int outCount) {
     ToBlob(in);
     m.net.setInput(in.blob, m.header.inputName);
 
-    std::vector<cv::String> names;
-    for (const auto& o : m.header.outputs) names.emplace_back(o.name);
     std::vector<cv::Mat> results;
-    m.net.forward(results, names);
-    if (results.size() != names.size()) {
+    m.net.forward(results, m.outputNames);
+    if (results.size() != m.outputNames.size()) {
         Fail("NNModelRun", "the network returned " + std::to_string(results.size()) + " outputs");
         return -1;
     }
@@ -179,6 +178,8 @@ SCANREF_EXPORT int NNModelLoadFromBuffer(void* manager, const void* descriptor, 
         Fail(func, std::string("cannot read the ONNX graph: ") + e.what());
         return -1;
     }
+    m.outputNames.clear();
+    for (const auto& o : header.outputs) m.outputNames.emplace_back(o.name);
     m.header = std::move(header);
     m.modelName = name != nullptr ? name : "";
     m.loaded = true;

@@ -119,8 +119,6 @@ class Session {
     int width_ = 0, height_ = 0;
 };
 
-}  // namespace
-
 // The library prints a few loader messages on stdout; results own stdout, so
 // everything else written there goes to stderr. Returns the results stream.
 FILE* TakeStdoutForResults() {
@@ -128,6 +126,8 @@ FILE* TakeStdoutForResults() {
     dup2(STDERR_FILENO, STDOUT_FILENO);
     return fdopen(results, "w");
 }
+
+}  // namespace
 
 int main(int argc, char** argv) {
     Options opt;
