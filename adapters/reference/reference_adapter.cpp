@@ -5,8 +5,8 @@
 // file is a small header (input name, output names and their 8-bit quantization)
 // followed by an ONNX graph taking the image as float NCHW in 0..1 and returning
 // float NHWC maps; see model/README.md. The library hands over uint8 NHWC: the
-// adapter converts it with OpenCV's vectorised kernels, which costs a fraction
-// of what the same cast and transpose cost as graph layers. OpenCV computes
+// adapter splits the channels and lets dnn's input layer scale them, which costs
+// a fraction of what the same cast and transpose cost as graph layers. OpenCV computes
 // quantize/dequantize nodes wrongly, so the graph stays float and the adapter
 // produces the 8-bit codes itself:
 // q = clamp(round(y / scale) - zeroPoint, 0, 255), which the library turns back
@@ -73,30 +73,27 @@ struct Tensor {
     int dims[4] = {0, 0, 0, 0};  // N, H, W, C
     std::vector<uint8_t> data;
     // Input only, allocated with the tensor so that a run allocates nothing:
-    // the pixels split into 8-bit planes, and the graph's float NCHW blob.
+    // the graph's input as uint8 NCHW, and headers for its planes.
     std::vector<cv::Mat> planes;
     cv::Mat blob;
 };
 
-// uint8 NHWC -> float NCHW / 255, one image at a time: a channel split on bytes,
-// then one scaling conversion per plane straight into the blob. Splitting first
-// moves a quarter of the bytes that converting first would.
+// uint8 NHWC -> uint8 NCHW, one image at a time: a channel split straight into
+// the blob's planes. dnn's input layer scales to float by 1/255 as it reads the
+// blob, so what setInput copies is a quarter of a float blob.
 void ToBlob(Tensor& in) {
     const int n = in.dims[0], h = in.dims[1], w = in.dims[2], c = in.dims[3];
     for (int i = 0; i < n; ++i) {
         const cv::Mat pixels(h, w, CV_8UC(c), in.data.data() + static_cast<size_t>(i) * h * w * c);
+        for (int k = 0; k < c; ++k) in.planes[k] = cv::Mat(h, w, CV_8U, in.blob.ptr<uint8_t>(i, k));
         cv::split(pixels, in.planes);
-        for (int k = 0; k < c; ++k) {
-            cv::Mat out(h, w, CV_32F, in.blob.ptr<float>(i, k));
-            in.planes[k].convertTo(out, CV_32F, 1.0 / 255.0);
-        }
     }
 }
 
 // Runs one forward pass and writes the quantized outputs into the tensors.
 int Run(Manager& m, Tensor& in, Tensor** outs, int outCount) {
     ToBlob(in);
-    m.net.setInput(in.blob, m.header.inputName);
+    m.net.setInput(in.blob, m.header.inputName, 1.0 / 255.0);
 
     std::vector<cv::Mat> results;
     m.net.forward(results, m.outputNames);
@@ -269,9 +266,8 @@ SCANREF_EXPORT void* NNTensorBufferCreateWithConfig(void* manager, const void* c
         t->data.assign(static_cast<size_t>(bytes), 0);
         if (role == Role::kInput) {
             const int nchw[4] = {dims[0], dims[3], dims[1], dims[2]};
-            t->blob.create(4, nchw, CV_32F);
+            t->blob.create(4, nchw, CV_8U);
             t->planes.resize(dims[3]);
-            for (auto& p : t->planes) p.create(dims[1], dims[2], CV_8U);
         }
     } catch (const std::exception& e) {
         delete t;
