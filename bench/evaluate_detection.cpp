@@ -58,8 +58,10 @@ std::vector<Photo> LoadPhotos(const std::vector<std::string>& dirs) {
     std::vector<Photo> photos;
     for (const std::string& dir : dirs) {
         std::vector<fs::path> pngs;
-        for (const auto& e : fs::directory_iterator(dir))
-            if (e.path().extension() == ".png") pngs.push_back(e.path());
+        std::error_code error;
+        for (fs::directory_iterator it(dir, error), end; !error && it != end; it.increment(error))
+            if (it->path().extension() == ".png") pngs.push_back(it->path());
+        if (error) fprintf(stderr, "skipping %s: %s\n", dir.c_str(), error.message().c_str());
         std::sort(pngs.begin(), pngs.end());
         for (const fs::path& png : pngs) {
             std::ifstream in(fs::path(png).replace_extension(".txt"));
@@ -192,6 +194,11 @@ int main(int argc, char** argv) {
     }
 
     const std::vector<Photo> photos = LoadPhotos(dirs);
+    if (photos.empty()) {
+        fprintf(stderr, "no photos (*.png) in the given folders\n");
+        DeInit(handle);
+        return 2;
+    }
     std::vector<cv::Mat> pictures;
     std::vector<std::string> notLocated, missed;
     int located = 0, found = 0, oneCode = 0, warped = 0, decodable = 0;

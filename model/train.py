@@ -85,18 +85,22 @@ def build_targets(boxes):
     return out
 
 
-def worker(seed, q):
+def worker(seed, q, no_code_share):
     os.nice(5)
     import cv2
     cv2.setNumThreads(1)
     torch.set_num_threads(1)
     rng = np.random.default_rng(seed)
+    p = qrdata.NCODE_P.copy()
+    p[1:] *= (1 - no_code_share) / p[1:].sum()
+    p[0] = no_code_share
+    qrdata.NCODE_P = p
     while True:
         inp, boxes = qrdata.make_sample(rng)
         q.put((inp, build_targets(boxes)))
 
 
-def loss_fn(outs, targets):
+def loss_fn(outs, targets, neg_weight=1.0):
     cls_total, reg_total, npos = 0.0, 0.0, 0.0
     rw_total = 0.0
     for h, o in enumerate(outs):
@@ -107,7 +111,7 @@ def loss_fn(outs, targets):
         pos, heat, ign = t["pos"], t["heat"], t["ign"]
         pos_l = -(pos * (1 - p) ** 2 * logp).sum()
         neg_l = -((1 - pos) * (1 - ign) * (1 - heat) ** 4 * p ** 2 * log1mp).sum()
-        cls_total = cls_total + pos_l + neg_l
+        cls_total = cls_total + pos_l + neg_weight * neg_l
         npos += float(pos.sum())
         rw = t["rw"]
         reg_total = reg_total + (rw[:, None] * (o[:, :4] - t["reg"]).abs()).sum()
@@ -172,6 +176,10 @@ def main():
     ap.add_argument("--crop", type=int, default=320, help="window side for most steps (0: always whole frames)")
     ap.add_argument("--out", default="")
     ap.add_argument("--score-shift", type=float, default=0.0, help="at export, lower every score logit by this much")
+    ap.add_argument("--no-code-share", type=float, default=float(qrdata.NCODE_P[0]),
+                    help="share of generated frames without a code")
+    ap.add_argument("--neg-weight", type=float, default=1.0,
+                    help="weight of the loss on cells away from any code (above 1: fewer false boxes)")
     args = ap.parse_args()
 
     torch.set_num_threads(args.threads)
@@ -185,7 +193,7 @@ def main():
 
     ctx = mp.get_context("fork")
     q = ctx.Queue(maxsize=64)
-    procs = [ctx.Process(target=worker, args=(args.seed * 1000 + i, q), daemon=True) for i in range(args.workers)]
+    procs = [ctx.Process(target=worker, args=(args.seed * 1000 + i, q, args.no_code_share), daemon=True) for i in range(args.workers)]
     for p in procs:
         p.start()
 
@@ -227,7 +235,7 @@ def main():
             items = [crop_item(it, args.crop, rng) for it in items]
         x, tg = collate(items)
         outs = model.quantized(x)
-        loss, cls, reg = loss_fn(outs, tg)
+        loss, cls, reg = loss_fn(outs, tg, args.neg_weight)
         opt.zero_grad()
         loss.backward()
         opt.step()
