@@ -39,7 +39,7 @@ class Detector:
         self.names = [o[0] for o in self.outputs]
 
     def forward(self, inp):
-        self.net.setInput(export.input_blob(inp), self.input_name)
+        self.net.setInput(export.input_blob(inp), self.input_name, export.INPUT_SCALE)
         return self.net.forward(self.names)
 
     def maps(self, inp):

@@ -37,9 +37,13 @@ def pack(onnx_bytes, input_name, outputs):
     return head + onnx_bytes
 
 
+INPUT_SCALE = 1.0 / 255.0  # applied by dnn's input layer to the byte blob
+
+
 def input_blob(image):
-    """The graph's input for a uint8 H x W x 3 image, as the adapter prepares it."""
-    return (image.astype("float32") / 255.0).transpose(2, 0, 1)[None].copy()
+    """The byte blob the adapter hands dnn for a uint8 H x W x 3 image (channels
+    split to NCHW); dnn scales it by INPUT_SCALE as it reads it."""
+    return image.transpose(2, 0, 1)[None].copy()
 
 
 def unpack(data):

@@ -461,7 +461,15 @@ def _place(rng, taken, bw, bh, w, h, gap):
 NCODE_P = np.array([0.2, 0.45, 0.17, 0.1, 0.08])
 
 
-def make_frame(rng, frame_size=None, max_codes=4, size_range=(20.0, 450.0)):
+def code_count_odds(no_code_share):
+    """NCODE_P with the share of code-free frames replaced, the rest in proportion."""
+    p = NCODE_P.copy()
+    p[1:] *= (1 - no_code_share) / p[1:].sum()
+    p[0] = no_code_share
+    return p
+
+
+def make_frame(rng, frame_size=None, max_codes=4, size_range=(20.0, 450.0), ncode_p=NCODE_P):
     """One synthetic preview frame. Returns (rgb frame, list of code boxes x0,y0,x1,y1 in
     frame pixels, list of code corner quads in frame pixels)."""
     w, h = frame_size or FRAME_SIZES[int(rng.integers(len(FRAME_SIZES)))]
@@ -477,7 +485,7 @@ def make_frame(rng, frame_size=None, max_codes=4, size_range=(20.0, 450.0)):
         dx, dy = rng.uniform(0, w), rng.uniform(0, h)
         paste_warped(frame, src, np.array([[0, 0], [sw, 0], [sw, sh], [0, sh]], np.float32), quad + [dx, dy])
     boxes, quads = [], []
-    n_codes = int(rng.choice(np.arange(max_codes + 1), p=NCODE_P[: max_codes + 1] / np.sum(NCODE_P[: max_codes + 1])))
+    n_codes = int(rng.choice(np.arange(max_codes + 1), p=ncode_p[: max_codes + 1] / np.sum(ncode_p[: max_codes + 1])))
     for _ in range(n_codes):
         mat = qr_matrix(rng)
         n = mat.shape[0]

@@ -1,6 +1,8 @@
 """Train the QR detector on synthetic frames and write the model file.
 
-    nice -n 5 /usr/bin/python3 model/train.py --minutes 110 --score-shift 0.5 --out model/codeDetect_quantized.bin
+    nice -n 5 /usr/bin/python3 model/train.py --minutes 110 --out model/codeDetect_quantized.bin
+
+(model/README.md gives the fine-tune that follows for the committed file.)
 
 Frames are generated on the fly by worker processes into a replay buffer that the
 training loop samples from, so a slow generator never stalls the optimiser. The
@@ -91,12 +93,9 @@ def worker(seed, q, no_code_share):
     cv2.setNumThreads(1)
     torch.set_num_threads(1)
     rng = np.random.default_rng(seed)
-    p = qrdata.NCODE_P.copy()
-    p[1:] *= (1 - no_code_share) / p[1:].sum()
-    p[0] = no_code_share
-    qrdata.NCODE_P = p
+    odds = qrdata.code_count_odds(no_code_share)
     while True:
-        inp, boxes = qrdata.make_sample(rng)
+        inp, boxes = qrdata.make_sample(rng, ncode_p=odds)
         q.put((inp, build_targets(boxes)))
 
 
