@@ -34,12 +34,12 @@ class Detector:
     def __init__(self, path, threads=2):
         cv2.setNumThreads(threads)
         with open(path, "rb") as fh:
-            self.input_name, self.outputs, onnx = export.unpack(fh.read())
+            self.input_name, self.input_form, self.outputs, onnx = export.unpack(fh.read())
         self.net = cv2.dnn.readNetFromONNX(np.frombuffer(onnx, np.uint8))
         self.names = [o[0] for o in self.outputs]
 
     def forward(self, inp):
-        self.net.setInput(export.input_blob(inp), self.input_name, export.INPUT_SCALE)
+        self.net.setInput(export.input_blob(inp, self.input_form), self.input_name, export.INPUT_SCALE)
         return self.net.forward(self.names)
 
     def maps(self, inp):

@@ -4,9 +4,9 @@
 
 The file is a small header followed by an ONNX graph (layout in model/README.md):
 the graph takes the image as float NCHW in 0..1 (the adapter converts the
-library's uint8 NHWC tensor) and returns float NHWC maps; the header
-carries each output's name and 8-bit quantization so that the adapter can hand
-the library the codes it dequantizes.
+library's uint8 NHWC tensor, to luma where the header asks for it) and returns
+float NHWC maps; the header carries each output's name and 8-bit quantization so
+that the adapter can hand the library the codes it dequantizes.
 """
 import argparse
 import io
@@ -20,18 +20,22 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import net as netmod  # noqa: E402
 
 MAGIC = b"SCQM"
-VERSION = 2
+VERSION = 3
 NAME_LEN = 16
+# What the graph's input is made of, from the library's uint8 H x W x C tensor.
+INPUT_PLANES = 0  # its channels, as they are
+INPUT_LUMA = 1    # one channel: OpenCV's 8-bit RGB-to-grey conversion of it
 
 
-def pack(onnx_bytes, input_name, outputs):
+def pack(onnx_bytes, input_name, outputs, input_form=INPUT_PLANES):
     """outputs: list of (name, scale, zero point as the library adds it)."""
     def name16(n):
         raw = n.encode()
         assert 0 < len(raw) < NAME_LEN
         return raw.ljust(NAME_LEN, b"\0")
 
-    head = MAGIC + struct.pack("<III", VERSION, len(outputs), len(onnx_bytes)) + name16(input_name)
+    head = (MAGIC + struct.pack("<III", VERSION, len(outputs), len(onnx_bytes)) + name16(input_name) +
+            struct.pack("<I", input_form))
     for name, scale, zp in outputs:
         head += name16(name) + struct.pack("<fi", scale, zp)
     return head + onnx_bytes
@@ -40,24 +44,27 @@ def pack(onnx_bytes, input_name, outputs):
 INPUT_SCALE = 1.0 / 255.0  # applied by dnn's input layer to the byte blob
 
 
-def input_blob(image):
-    """The byte blob the adapter hands dnn for a uint8 H x W x 3 image (channels
-    split to NCHW); dnn scales it by INPUT_SCALE as it reads it."""
+def input_blob(image, input_form):
+    """The byte blob the adapter hands dnn for a uint8 H x W x 3 image (luma, or
+    the channels split to NCHW); dnn scales it by INPUT_SCALE as it reads it."""
+    if input_form == INPUT_LUMA:
+        image = netmod.luma(image)
     return image.transpose(2, 0, 1)[None].copy()
 
 
 def unpack(data):
-    """-> (input name, [(output name, scale, zero point)], ONNX bytes)"""
+    """-> (input name, input form, [(output name, scale, zero point)], ONNX bytes)"""
     magic, (version, count, size) = data[:4], struct.unpack_from("<III", data, 4)
     assert magic == MAGIC and version == VERSION
     input_name = data[16:32].split(b"\0")[0].decode()
-    outs, off = [], 32
+    (input_form,) = struct.unpack_from("<I", data, 32)
+    outs, off = [], 36
     for _ in range(count):
         name = data[off:off + NAME_LEN].split(b"\0")[0].decode()
         scale, zp = struct.unpack_from("<fi", data, off + NAME_LEN)
         outs.append((name, scale, zp))
         off += NAME_LEN + 8
-    return input_name, outs, data[off:off + size]
+    return input_name, input_form, outs, data[off:off + size]
 
 
 def onnx_bytes(model):
@@ -79,7 +86,7 @@ def lower_scores(model, shift):
 
 def export(model, out):
     data = pack(onnx_bytes(model), netmod.INPUT_NAME,
-                [(n, s, zp) for n, (zp, s) in zip(netmod.OUTPUT_NAMES, netmod.OUTPUT_QUANT)])
+                [(n, s, zp) for n, (zp, s) in zip(netmod.OUTPUT_NAMES, netmod.OUTPUT_QUANT)], INPUT_PLANES)
     with open(out, "wb") as fh:
         fh.write(data)
     print(f"wrote {out}: {len(data)} bytes", flush=True)

@@ -82,9 +82,10 @@ class QuantTest(unittest.TestCase):
 
     def test_header_round_trip(self):
         outs = [("outputs", 0.5, -3), ("_306", 2.0, 7)]
-        name, got, onnx = export.unpack(export.pack(b"graph", "inputs", outs))
-        self.assertEqual((name, onnx), ("inputs", b"graph"))
-        self.assertEqual(got, outs)
+        for form in (export.INPUT_PLANES, export.INPUT_LUMA):
+            name, got_form, got, onnx = export.unpack(export.pack(b"graph", "inputs", outs, form))
+            self.assertEqual((name, got_form, onnx), ("inputs", form, b"graph"))
+            self.assertEqual(got, outs)
 
 
 class DecodeTest(unittest.TestCase):

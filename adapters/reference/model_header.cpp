@@ -60,6 +60,13 @@ bool ParseModelHeader(const unsigned char* data, size_t size, ModelHeader* heade
         *why = "bad input name";
         return false;
     }
+    const uint32_t form = ReadU32(data + 32);
+    if (form != static_cast<uint32_t>(InputForm::kPlanes) &&
+        form != static_cast<uint32_t>(InputForm::kLuma)) {
+        *why = "unknown input form " + std::to_string(form);
+        return false;
+    }
+    h.inputForm = static_cast<InputForm>(form);
     for (uint32_t i = 0; i < count; ++i) {
         const unsigned char* e = data + kFixedHeaderBytes + i * kOutputEntryBytes;
         OutputInfo o;

@@ -2,16 +2,18 @@
 // an ONNX graph. The header names the graph's input and outputs and gives each
 // output the 8-bit quantization the library dequantizes it with. The graph takes
 // the image as float NCHW scaled to 0..1; the adapter converts the library's
-// uint8 NHWC tensor to that.
+// uint8 NHWC tensor to that, as the input form says: its channels as planes, or
+// its luma alone.
 //
 //   offset  size          content
 //   0       4             magic "SCQM"
-//   4       uint32        version, 2
+//   4       uint32        version, 3
 //   8       uint32        output count n (1 to 8)
 //   12      uint32        ONNX byte count
 //   16      char[16]      input name, NUL-padded
-//   32      n x 24        per output: char[16] name, float32 scale, int32 zero point
-//   32+24n  ONNX bytes
+//   32      uint32        input form: 0 planes, 1 luma (of an RGB tensor)
+//   36      n x 24        per output: char[16] name, float32 scale, int32 zero point
+//   36+24n  ONNX bytes
 #pragma once
 
 #include <cstddef>
@@ -22,9 +24,9 @@
 namespace scanref {
 
 constexpr char kModelMagic[4] = {'S', 'C', 'Q', 'M'};
-constexpr uint32_t kModelVersion = 2;
+constexpr uint32_t kModelVersion = 3;
 constexpr size_t kNameBytes = 16;
-constexpr size_t kFixedHeaderBytes = 32;
+constexpr size_t kFixedHeaderBytes = 36;
 constexpr size_t kOutputEntryBytes = kNameBytes + 8;
 constexpr uint32_t kMaxOutputs = 8;
 
@@ -34,8 +36,15 @@ struct OutputInfo {
     int32_t zeroPoint = 0;  // added to the code before scaling: y = (q + zeroPoint) * scale
 };
 
+// What the graph's input is made of, from the library's uint8 H x W x C tensor.
+enum class InputForm : uint32_t {
+    kPlanes = 0,  // the tensor's channels, each a plane
+    kLuma = 1,    // one plane: OpenCV's 8-bit RGB-to-grey conversion of a 3-channel tensor
+};
+
 struct ModelHeader {
     std::string inputName;
+    InputForm inputForm = InputForm::kPlanes;
     std::vector<OutputInfo> outputs;
     size_t onnxSize = 0;
 

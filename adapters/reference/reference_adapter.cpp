@@ -5,8 +5,9 @@
 // file is a small header (input name, output names and their 8-bit quantization)
 // followed by an ONNX graph taking the image as float NCHW in 0..1 and returning
 // float NHWC maps; see model/README.md. The library hands over uint8 NHWC: the
-// adapter splits the channels and lets dnn's input layer scale them, which costs
-// a fraction of what the same cast and transpose cost as graph layers. OpenCV computes
+// adapter splits the channels, or takes their luma when the model reads luma,
+// and lets dnn's input layer scale the bytes, which costs a fraction of what the
+// same cast and transpose cost as graph layers. OpenCV computes
 // quantize/dequantize nodes wrongly, so the graph stays float and the adapter
 // produces the 8-bit codes itself:
 // q = clamp(round(y / scale) - zeroPoint, 0, 255), which the library turns back
@@ -17,6 +18,7 @@
 
 #include <opencv2/core.hpp>
 #include <opencv2/dnn.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include <cstdint>
 #include <cstdio>
@@ -74,17 +76,24 @@ struct Tensor {
     std::vector<uint8_t> data;
     // Input only, allocated with the tensor so that a run allocates nothing:
     // the graph's input as uint8 NCHW, and headers for its planes.
+    scanref::InputForm form = scanref::InputForm::kPlanes;
     std::vector<cv::Mat> planes;
     cv::Mat blob;
 };
 
-// uint8 NHWC -> uint8 NCHW, one image at a time: a channel split straight into
-// the blob's planes. dnn's input layer scales to float by 1/255 as it reads the
-// blob, so what setInput copies is a quarter of a float blob.
+// uint8 NHWC -> the graph's uint8 NCHW input, one image at a time, written
+// straight into the blob's planes: the channels split, or their luma. dnn's
+// input layer scales to float by 1/255 as it reads the blob, so what setInput
+// copies is a quarter of a float blob.
 void ToBlob(Tensor& in) {
     const int n = in.dims[0], h = in.dims[1], w = in.dims[2], c = in.dims[3];
     for (int i = 0; i < n; ++i) {
         const cv::Mat pixels(h, w, CV_8UC(c), in.data.data() + static_cast<size_t>(i) * h * w * c);
+        if (in.form == scanref::InputForm::kLuma) {
+            in.planes[0] = cv::Mat(h, w, CV_8U, in.blob.ptr<uint8_t>(i, 0));
+            cv::cvtColor(pixels, in.planes[0], cv::COLOR_RGB2GRAY);
+            continue;
+        }
         for (int k = 0; k < c; ++k) in.planes[k] = cv::Mat(h, w, CV_8U, in.blob.ptr<uint8_t>(i, k));
         cv::split(pixels, in.planes);
     }
@@ -245,6 +254,11 @@ SCANREF_EXPORT void* NNTensorBufferCreateWithConfig(void* manager, const void* c
             Fail(func, "input tensor with " + std::to_string(dims[3]) + " channels");
             return nullptr;
         }
+        if (m.header.inputForm == scanref::InputForm::kLuma && dims[3] != 3) {
+            Fail(func, "the model reads luma, which needs an RGB input tensor, not " +
+                           std::to_string(dims[3]) + " channels");
+            return nullptr;
+        }
         role = Role::kInput;
     } else {
         output = m.header.FindOutput(name);
@@ -265,9 +279,11 @@ SCANREF_EXPORT void* NNTensorBufferCreateWithConfig(void* manager, const void* c
     try {
         t->data.assign(static_cast<size_t>(bytes), 0);
         if (role == Role::kInput) {
-            const int nchw[4] = {dims[0], dims[3], dims[1], dims[2]};
+            t->form = m.header.inputForm;
+            const int planes = t->form == scanref::InputForm::kLuma ? 1 : dims[3];
+            const int nchw[4] = {dims[0], planes, dims[1], dims[2]};
             t->blob.create(4, nchw, CV_8U);
-            t->planes.resize(dims[3]);
+            t->planes.resize(planes);
         }
     } catch (const std::exception& e) {
         delete t;

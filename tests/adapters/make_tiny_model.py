@@ -1,10 +1,13 @@
-"""Writes tiny_model.bin, the adapter tests' model: a 2 x 2 RGB input and two
-outputs whose values are plain functions of the pixels, so that every 8-bit code
-the adapter produces (after its own uint8 NHWC -> float NCHW / 255 conversion)
-can be worked out by hand.
+"""Writes the adapter tests' models, whose outputs are plain functions of the
+pixels, so that every 8-bit code the adapter produces (after its own uint8 NHWC
+-> float NCHW / 255 conversion) can be worked out by hand.
 
+tiny_model.bin, a 2 x 2 RGB input read as planes, two outputs:
     outputs [1,2,2,2]: (R, -G)   quantized with scale 3,   zero point -20
     _306    [1,2,2,1]: (B)       quantized with scale 0.5, zero point 0
+
+tiny_luma_model.bin, a 2 x 2 RGB input read as luma, one output:
+    outputs [1,2,2,1]: (Y)       quantized with scale 1,   zero point 0
 
 Run: /usr/bin/python3 tests/adapters/make_tiny_model.py
 """
@@ -35,14 +38,24 @@ class Tiny(nn.Module):
         return self.a(x).permute(0, 2, 3, 1), self.b(x).permute(0, 2, 3, 1)
 
 
-def main():
+class TinyLuma(nn.Module):
+    def forward(self, x):
+        return (x * 255.0).permute(0, 2, 3, 1)
+
+
+def write(name, model, channels, outputs, form):
     f = io.BytesIO()
-    torch.onnx.export(Tiny().eval(), torch.zeros(1, 3, 2, 2), f, input_names=["inputs"],
-                      output_names=["outputs", "_306"], opset_version=11)
-    data = export.pack(f.getvalue(), "inputs", [("outputs", 3.0, -20), ("_306", 0.5, 0)])
-    with open(os.path.join(HERE, "tiny_model.bin"), "wb") as fh:
+    torch.onnx.export(model.eval(), torch.zeros(1, channels, 2, 2), f, input_names=["inputs"],
+                      output_names=[o[0] for o in outputs], opset_version=11)
+    data = export.pack(f.getvalue(), "inputs", outputs, form)
+    with open(os.path.join(HERE, name), "wb") as fh:
         fh.write(data)
-    print(len(data), "bytes")
+    print(name, len(data), "bytes")
+
+
+def main():
+    write("tiny_model.bin", Tiny(), 3, [("outputs", 3.0, -20), ("_306", 0.5, 0)], export.INPUT_PLANES)
+    write("tiny_luma_model.bin", TinyLuma(), 1, [("outputs", 1.0, 0)], export.INPUT_LUMA)
 
 
 if __name__ == "__main__":

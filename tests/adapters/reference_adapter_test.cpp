@@ -97,7 +97,7 @@ class ReferenceAdapterTest : public ::testing::Test {
         a.run = reinterpret_cast<RunFn>(Sym("NNModelRun"));
         a.destroyTensor = reinterpret_cast<DestroyTensorFn>(Sym("NNTensorBufferDestroy"));
         model = ReadAll(TINY_MODEL_PATH);
-        ASSERT_GT(model.size(), 32u);
+        ASSERT_GT(model.size(), 36u);
         auto config = ManagerConfig();
         manager = a.createManager(config.data());
         ASSERT_NE(manager, nullptr);
@@ -183,6 +183,25 @@ TEST_F(ReferenceAdapterTest, RunsTheModelAndQuantizesEachOutputWithItsOwnParamet
     }
 }
 
+// A model that reads luma gets OpenCV's 8-bit RGB-to-grey of the library's RGB
+// tensor; its one output is 255 x luma with scale 1, so each code is the luma.
+// The three primaries tell a swapped channel order apart.
+TEST_F(ReferenceAdapterTest, HandsALumaModelTheLumaOfTheRgbTensor) {
+    ASSERT_EQ(Load(ReadAll(TINY_LUMA_MODEL_PATH)), 0);
+    EXPECT_EQ(Tensor("inputs", 0, 2, 2, 1), nullptr) << "luma is taken from RGB only";
+    void* in = Tensor("inputs", 0, 2, 2, 3);
+    void* out = Tensor("outputs", 0, 2, 2, 1);
+    ASSERT_TRUE(in && out);
+    const uint8_t rgb[4][3] = {{255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {100, 30, 200}};
+    const uint8_t luma[4] = {76, 150, 29, 70};
+    std::memcpy(a.getData(in), rgb, sizeof(rgb));
+    void* ins[] = {in};
+    void* outs[] = {out};
+    ASSERT_EQ(a.run(manager, "codeDetect", ins, 1, outs, 1, 1000), 0);
+    const auto* q = static_cast<const uint8_t*>(a.getData(out));
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(q[i], luma[i]) << "pixel " << i;
+}
+
 TEST_F(ReferenceAdapterTest, RejectsBadModelBytes) {
     auto withByte = [&](size_t offset, unsigned char value) {
         auto m = model;
@@ -193,9 +212,9 @@ TEST_F(ReferenceAdapterTest, RejectsBadModelBytes) {
         return std::vector<unsigned char>(model.begin(), model.begin() + n);
     };
     auto junkGraph = model;
-    std::fill(junkGraph.begin() + 32 + 2 * 24, junkGraph.end(), 0x5A);
+    std::fill(junkGraph.begin() + 36 + 2 * 24, junkGraph.end(), 0x5A);
     auto noNul = model;
-    std::memset(noNul.data() + 32, 'x', 16);  // first output name fills its field, no terminator
+    std::memset(noNul.data() + 36, 'x', 16);  // first output name fills its field, no terminator
 
     const struct {
         const char* what;
@@ -204,14 +223,15 @@ TEST_F(ReferenceAdapterTest, RejectsBadModelBytes) {
         {"empty", {}},
         {"shorter than the fixed header", truncated(20)},
         {"bad magic", withByte(0, 'X')},
-        {"unknown version", withByte(4, 1)},
+        {"unknown version", withByte(4, 2)},
+        {"unknown input form", withByte(32, 2)},
         {"no outputs", withByte(8, 0)},
         {"too many outputs", withByte(8, 200)},
         {"graph cut short", truncated(model.size() - 10)},
-        {"output table cut short", truncated(40)},
+        {"output table cut short", truncated(44)},
         {"unterminated output name", noNul},
         {"graph is not ONNX", junkGraph},
-        {"output the graph lacks", withByte(32, 'z')},
+        {"output the graph lacks", withByte(36, 'z')},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
