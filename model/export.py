@@ -69,7 +69,7 @@ def unpack(data):
 
 def onnx_bytes(model):
     dep = netmod.Deployed(model).eval()
-    x = torch.zeros(1, 3, 640, 640)
+    x = torch.zeros(1, 1, 640, 640)
     f = io.BytesIO()
     torch.onnx.export(dep, x, f, input_names=[netmod.INPUT_NAME], output_names=netmod.OUTPUT_NAMES,
                       opset_version=11, do_constant_folding=True)
@@ -86,7 +86,7 @@ def lower_scores(model, shift):
 
 def export(model, out):
     data = pack(onnx_bytes(model), netmod.INPUT_NAME,
-                [(n, s, zp) for n, (zp, s) in zip(netmod.OUTPUT_NAMES, netmod.OUTPUT_QUANT)], INPUT_PLANES)
+                [(n, s, zp) for n, (zp, s) in zip(netmod.OUTPUT_NAMES, netmod.OUTPUT_QUANT)], INPUT_LUMA)
     with open(out, "wb") as fh:
         fh.write(data)
     print(f"wrote {out}: {len(data)} bytes", flush=True)
@@ -99,7 +99,7 @@ def main():
     ap.add_argument("--score-shift", type=float, default=0.0, help="lower every score logit by this much")
     args = ap.parse_args()
     model = netmod.QRDet()
-    model.load_state_dict(torch.load(args.ckpt)["model"])
+    model.load_state_dict(netmod.luma_stem(torch.load(args.ckpt)["model"]))
     model.eval()
     lower_scores(model, args.score_shift)
     export(model, args.out)

@@ -32,6 +32,16 @@ def luma(image):
     return cv2.cvtColor(image, cv2.COLOR_RGB2GRAY)[..., None]
 
 
+def luma_stem(state):
+    """Weights trained on three channels, adapted to luma: on a grey picture
+    (R = G = B) the summed kernel computes exactly what the three did."""
+    w = state["stem.0.weight"]
+    if w.shape[1] == 3:
+        state = dict(state)
+        state["stem.0.weight"] = w.sum(1, keepdim=True)
+    return state
+
+
 def quant_range(i):
     zp, scale = OUTPUT_QUANT[i]
     return zp * scale, (255 + zp) * scale
@@ -87,13 +97,13 @@ class QRDet(nn.Module):
     stride-64 features the constant stride-128 head is attached to.
 
     Sized for speed in OpenCV's dnn on two CPU cores (about 2 ms at 640 x 640): a
-    4x4 stride-4 patch layer with few channels (the layer that reads the whole
-    input dominates the time whatever follows it), then one plain and one
+    4x4 stride-4 patch layer with few channels on luma only (the layer that reads
+    the whole input dominates the time whatever follows it), then one plain and one
     downsampling depthwise-separable block per stride."""
 
     def __init__(self, stem=12, widths=WIDTHS):
         super().__init__()
-        self.stem = nn.Sequential(nn.Conv2d(3, stem, 4, 4, 0, bias=False), nn.BatchNorm2d(stem), nn.ReLU(inplace=True))
+        self.stem = nn.Sequential(nn.Conv2d(1, stem, 4, 4, 0, bias=False), nn.BatchNorm2d(stem), nn.ReLU(inplace=True))
         chans = (stem,) + tuple(widths)
         self.stages = nn.ModuleList([nn.Sequential(Block(chans[i], chans[i + 1], 2), Block(chans[i + 1], chans[i + 1]))
                                      for i in range(4)])
@@ -119,9 +129,9 @@ class QRDet(nn.Module):
 
 
 class Deployed(nn.Module):
-    """The exported graph: the image as float NCHW scaled to 0..1 (the adapter
-    prepares it: converting inside the graph costs OpenCV's dnn more than the
-    whole network), five float NHWC outputs.
+    """The exported graph: the luma image as float 1 x 1 x 640 x 640 scaled to 0..1
+    (the adapter prepares it: converting inside the graph costs OpenCV's dnn more
+    than the whole network), five float NHWC outputs.
 
     The stride-128 head cannot express a box (its largest log distance is 0, one
     pixel) nor a score above 0, so it is a constant far below the score threshold:

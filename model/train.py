@@ -96,7 +96,7 @@ def worker(seed, q, no_code_share):
     odds = qrdata.code_count_odds(no_code_share)
     while True:
         inp, boxes = qrdata.make_sample(rng, ncode_p=odds)
-        q.put((inp, build_targets(boxes)))
+        q.put((netmod.luma(inp), build_targets(boxes)))
 
 
 def loss_fn(outs, targets, neg_weight=1.0):
@@ -188,7 +188,7 @@ def main():
     opt = torch.optim.AdamW(model.parameters(), lr=args.lr, weight_decay=1e-4)
     if args.resume:
         st = torch.load(args.resume)
-        model.load_state_dict(st["model"])
+        model.load_state_dict(netmod.luma_stem(st["model"]))
 
     ctx = mp.get_context("fork")
     q = ctx.Queue(maxsize=64)
