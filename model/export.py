@@ -69,7 +69,7 @@ def unpack(data):
 
 def onnx_bytes(model):
     dep = netmod.Deployed(model).eval()
-    x = torch.zeros(1, 1, 640, 640)
+    x = torch.zeros(1, model.stem[0].in_channels, 640, 640)
     f = io.BytesIO()
     torch.onnx.export(dep, x, f, input_names=[netmod.INPUT_NAME], output_names=netmod.OUTPUT_NAMES,
                       opset_version=11, do_constant_folding=True)

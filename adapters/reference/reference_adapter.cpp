@@ -75,7 +75,8 @@ struct Tensor {
     int dims[4] = {0, 0, 0, 0};  // N, H, W, C
     std::vector<uint8_t> data;
     // Input only, allocated with the tensor so that a run allocates nothing:
-    // the graph's input as uint8 NCHW, and headers for its planes.
+    // the graph's input as uint8 NCHW, and headers for its planes when the
+    // channels are split. The form is the loaded model's when the blob was sized.
     scanref::InputForm form = scanref::InputForm::kPlanes;
     std::vector<cv::Mat> planes;
     cv::Mat blob;
@@ -90,12 +91,12 @@ void ToBlob(Tensor& in) {
     for (int i = 0; i < n; ++i) {
         const cv::Mat pixels(h, w, CV_8UC(c), in.data.data() + static_cast<size_t>(i) * h * w * c);
         if (in.form == scanref::InputForm::kLuma) {
-            in.planes[0] = cv::Mat(h, w, CV_8U, in.blob.ptr<uint8_t>(i, 0));
-            cv::cvtColor(pixels, in.planes[0], cv::COLOR_RGB2GRAY);
-            continue;
+            cv::Mat luma(h, w, CV_8U, in.blob.ptr<uint8_t>(i, 0));
+            cv::cvtColor(pixels, luma, cv::COLOR_RGB2GRAY);  // same size and type: no reallocation
+        } else {
+            for (int k = 0; k < c; ++k) in.planes[k] = cv::Mat(h, w, CV_8U, in.blob.ptr<uint8_t>(i, k));
+            cv::split(pixels, in.planes);
         }
-        for (int k = 0; k < c; ++k) in.planes[k] = cv::Mat(h, w, CV_8U, in.blob.ptr<uint8_t>(i, k));
-        cv::split(pixels, in.planes);
     }
 }
 
@@ -280,10 +281,10 @@ SCANREF_EXPORT void* NNTensorBufferCreateWithConfig(void* manager, const void* c
         t->data.assign(static_cast<size_t>(bytes), 0);
         if (role == Role::kInput) {
             t->form = m.header.inputForm;
-            const int planes = t->form == scanref::InputForm::kLuma ? 1 : dims[3];
-            const int nchw[4] = {dims[0], planes, dims[1], dims[2]};
+            const bool luma = t->form == scanref::InputForm::kLuma;
+            const int nchw[4] = {dims[0], luma ? 1 : dims[3], dims[1], dims[2]};
             t->blob.create(4, nchw, CV_8U);
-            t->planes.resize(planes);
+            if (!luma) t->planes.resize(dims[3]);
         }
     } catch (const std::exception& e) {
         delete t;
