@@ -105,17 +105,24 @@ def iou(a, b):
     return inter / ((a[2] - a[0]) * (a[3] - a[1]) + (b[2] - b[0]) * (b[3] - b[1]) - inter + 1e-9)
 
 
-def match(gt, pred, thr=0.5):
-    used, hits = set(), 0
-    for g in gt:
+def pairs(gt, pred, thr=0.5):
+    """Greedy matching, each code to its best unused box: [(code index, box index)]."""
+    used, out = set(), []
+    for i, g in enumerate(gt):
         best, bj = thr, -1
         for j, p in enumerate(pred):
             if j not in used and iou(g, p) >= best:
                 best, bj = iou(g, p), j
         if bj >= 0:
             used.add(bj)
-            hits += 1
-    return hits, len(pred) - len(used)
+            out.append((i, bj))
+    return out
+
+
+def match(gt, pred, thr=0.5):
+    """-> (codes found, boxes left over)"""
+    found = pairs(gt, pred, thr)
+    return len(found), len(pred) - len(found)
 
 
 def synthetic(det, frames, seed, shifts=(0.0,)):
@@ -124,6 +131,7 @@ def synthetic(det, frames, seed, shifts=(0.0,)):
     n_gt, empty = 0, 0
     hits, false, false_empty = [0] * len(shifts), [0] * len(shifts), [0] * len(shifts)
     by_size = {}
+    found_scores, false_scores = [], []  # unshifted: large codes found, false boxes on code-free frames
     for _ in range(frames):
         frame, gt, _ = qrdata.make_frame(rng)
         inp, s = qrdata.frame_to_input(frame)
@@ -132,9 +140,13 @@ def synthetic(det, frames, seed, shifts=(0.0,)):
         n_gt += len(gt)
         empty += not gt
         for i, shift in enumerate(shifts):
-            boxes, _ = decode(maps, shift)
+            boxes, scores = decode(maps, shift)
             allb, _ = to_frame(boxes, frame.shape[1], frame.shape[0])
             h, f = match(gt, allb)
+            if i == 0:
+                found = pairs(gt, allb)
+                found_scores += [scores[j] for k, j in found if max(gt[k][2] - gt[k][0], gt[k][3] - gt[k][1]) * s >= 56]
+                false_scores += scores if not gt else []
             hits[i] += h
             false[i] += f
             false_empty[i] += f if not gt else 0
@@ -152,6 +164,14 @@ def synthetic(det, frames, seed, shifts=(0.0,)):
     for k in ["20-56", "56-120", "120-240", "240+"]:
         if k in by_size:
             print(f"  codes {k} px at input scale: recall {by_size[k][0] / by_size[k][1]:.3f} (n={by_size[k][1]})")
+    # How far apart the two kinds of box score: a threshold can only separate
+    # what these ranges do not share.
+    if found_scores:
+        q = np.percentile(found_scores, [10, 50, 90])
+        print(f"  score logits, found codes of 56 px and more: p10 {q[0]:.2f}, median {q[1]:.2f}, p90 {q[2]:.2f}")
+    if false_scores:
+        print(f"  score logits, false boxes on code-free frames: median {np.median(false_scores):.2f}, "
+              f"max {max(false_scores):.2f} (n={len(false_scores)})")
 
 
 def photos(det, root):

@@ -112,6 +112,18 @@ class DecodeTest(unittest.TestCase):
         np.testing.assert_allclose(allb[0], (300, 150, 480, 330), rtol=1e-5)
         self.assertEqual(len(listed), 1)
 
+    def test_each_box_counts_for_one_code_at_most(self):
+        code = (100, 100, 200, 200)
+        cases = [
+            # (codes, boxes, expected pairs)
+            ([code, code], [(105, 105, 200, 200)], [(0, 0)]),  # a second copy finds no box
+            ([code], [(150, 150, 250, 250), (102, 100, 200, 200)], [(0, 1)]),  # best IoU, not first
+            ([code], [(140, 140, 240, 240)], []),  # IoU 0.22 misses
+        ]
+        for codes, boxes, want in cases:
+            self.assertEqual(evaluate.pairs(codes, boxes), want)
+            self.assertEqual(evaluate.match(codes, boxes), (len(want), len(boxes) - len(want)))
+
 
 if __name__ == "__main__":
     unittest.main()
