@@ -137,22 +137,21 @@ def synthetic(det, frames, seed, shifts=(0.0,)):
         inp, s = qrdata.frame_to_input(frame)
         maps = det.maps(inp)
         gt = [tuple(g) for g in gt]
+        sizes = [max(g[2] - g[0], g[3] - g[1]) * s for g in gt]  # at input scale
         n_gt += len(gt)
         empty += not gt
         for i, shift in enumerate(shifts):
             boxes, scores = decode(maps, shift)
             allb, _ = to_frame(boxes, frame.shape[1], frame.shape[0])
-            h, f = match(gt, allb)
+            found = pairs(gt, allb)
+            hits[i] += len(found)
+            false[i] += len(allb) - len(found)
+            false_empty[i] += 0 if gt else len(allb)
             if i == 0:
-                found = pairs(gt, allb)
-                found_scores += [scores[j] for k, j in found if max(gt[k][2] - gt[k][0], gt[k][3] - gt[k][1]) * s >= 56]
-                false_scores += scores if not gt else []
-            hits[i] += h
-            false[i] += f
-            false_empty[i] += f if not gt else 0
-            if i == 0:
-                for g in gt:
-                    size = max(g[2] - g[0], g[3] - g[1]) * s
+                found_scores += [scores[j] for k, j in found if sizes[k] >= 56]
+                if not gt:
+                    false_scores += scores
+                for g, size in zip(gt, sizes):
                     key = "20-56" if size < 56 else "56-120" if size < 120 else "120-240" if size < 240 else "240+"
                     a = by_size.setdefault(key, [0, 0])
                     a[0] += match([g], allb)[0]

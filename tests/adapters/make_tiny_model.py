@@ -43,7 +43,8 @@ class TinyLuma(nn.Module):
         return (x * 255.0).permute(0, 2, 3, 1)
 
 
-def write(name, model, channels, outputs, form):
+def write(name, model, outputs, form):
+    channels = 1 if form == export.INPUT_LUMA else 3
     f = io.BytesIO()
     torch.onnx.export(model.eval(), torch.zeros(1, channels, 2, 2), f, input_names=["inputs"],
                       output_names=[o[0] for o in outputs], opset_version=11)
@@ -54,8 +55,8 @@ def write(name, model, channels, outputs, form):
 
 
 def main():
-    write("tiny_model.bin", Tiny(), 3, [("outputs", 3.0, -20), ("_306", 0.5, 0)], export.INPUT_PLANES)
-    write("tiny_luma_model.bin", TinyLuma(), 1, [("outputs", 1.0, 0)], export.INPUT_LUMA)
+    write("tiny_model.bin", Tiny(), [("outputs", 3.0, -20), ("_306", 0.5, 0)], export.INPUT_PLANES)
+    write("tiny_luma_model.bin", TinyLuma(), [("outputs", 1.0, 0)], export.INPUT_LUMA)
 
 
 if __name__ == "__main__":
