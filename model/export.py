@@ -99,7 +99,7 @@ def main():
     ap.add_argument("--score-shift", type=float, default=0.0, help="lower every score logit by this much")
     args = ap.parse_args()
     model = netmod.QRDet()
-    model.load_state_dict(netmod.luma_stem(torch.load(args.ckpt)["model"]))
+    model.load_state_dict(torch.load(args.ckpt)["model"])
     model.eval()
     lower_scores(model, args.score_shift)
     export(model, args.out)

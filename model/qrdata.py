@@ -469,9 +469,78 @@ def code_count_odds(no_code_share):
     return p
 
 
-def make_frame(rng, frame_size=None, max_codes=4, size_range=(20.0, 450.0), ncode_p=NCODE_P):
+def code_picture(rng, size_f):
+    """One code as it is printed or shown: (picture, corners of the symbol in it,
+    opacity mask or None). Module size follows the size the code will be seen at,
+    so warping it down never aliases away whole modules."""
+    mat = qr_matrix(rng)
+    n = mat.shape[0]
+    module_px = int(np.clip(round(1.3 * size_f / n), 2, 14))
+    quiet = int(rng.integers(1, 5))
+    margin = int(rng.integers(0, 6)) if rng.random() < 0.7 else 0
+    ink, paper = ink_and_paper(rng)
+    img = render_modules(mat, module_px, ink, paper, quiet + margin)
+    o = (quiet + margin) * module_px
+    e = o + n * module_px
+    corners = np.array([[o, o], [e, o], [e, e], [o, e]], np.float32)
+    mask = None
+    if margin == 0 and rng.random() < 0.5:  # printed straight onto the surface: only the modules are opaque
+        mask = np.zeros(img.shape[:2], np.uint8)
+        mask[o - quiet * module_px // 2: e + quiet * module_px // 2, o - quiet * module_px // 2: e + quiet * module_px // 2] = 255
+    elif rng.random() < 0.12:  # shown on a screen: a grid of pixels that the camera turns into moire
+        pitch = int(rng.integers(2, 5))
+        grid = np.ones(img.shape[:2], np.float32)
+        grid[::pitch] *= rng.uniform(0.4, 0.8)
+        grid[:, ::pitch] *= rng.uniform(0.4, 0.8)
+        img = (img.astype(np.float32) * grid[..., None]).clip(0, 255).astype(np.uint8)
+    return img, corners, mask
+
+
+def bend_maps(w, h, rng):
+    """Remap tables that wrap a w x h label round a can or bottle: the picture
+    squeezed towards its sides as a cylinder seen from the front, its top and
+    bottom edges bowed."""
+    r = w / rng.uniform(1.0, 2.6)  # cylinder radius: smaller bends harder
+    bow = rng.uniform(-0.08, 0.08)
+    xo = np.arange(w, dtype=np.float32) - w / 2
+    # output column -> point on the cylinder -> source column
+    src_x = r * np.arcsin(np.clip(xo / (w / 2) * math.sin(w / 2 / r), -1, 1)) + w / 2
+    k = 1 + bow * (1 - (xo / (w / 2)) ** 2)
+    yo = np.arange(h, dtype=np.float32) - h / 2
+    map_x = np.ascontiguousarray(np.broadcast_to(src_x[None], (h, w))).astype(np.float32)
+    map_y = (yo[:, None] / k[None] + h / 2).astype(np.float32)
+    return map_x, map_y
+
+
+def bent_code(img, corners, mask, rng):
+    """The code picture bent round a cylinder: (picture, opacity mask, outline of
+    the symbol in the bent picture as points)."""
+    h, w = img.shape[:2]
+    map_x, map_y = bend_maps(w, h, rng)
+    alpha = np.full((h, w), 255, np.uint8) if mask is None else mask
+    sym = np.zeros((h, w), np.uint8)
+    o, e = int(corners[0, 0]), int(corners[2, 0])
+    sym[o:e, o:e] = 255
+    img = cv2.remap(img, map_x, map_y, cv2.INTER_LINEAR, borderMode=cv2.BORDER_REPLICATE)
+    alpha = cv2.remap(alpha, map_x, map_y, cv2.INTER_LINEAR, borderMode=cv2.BORDER_CONSTANT)
+    sym = cv2.remap(sym, map_x, map_y, cv2.INTER_LINEAR, borderMode=cv2.BORDER_CONSTANT)
+    contours, _ = cv2.findContours((sym >= 128).astype(np.uint8), cv2.RETR_EXTERNAL, cv2.CHAIN_APPROX_NONE)
+    outline = np.concatenate(contours).reshape(-1, 2).astype(np.float32) + 0.5
+    return img, alpha, outline
+
+
+def code_size_range(w, h, size_range):
+    """Sizes at input scale, log-uniform from the smallest the network is asked to
+    find up to the largest that still fits the frame (edge band ignored: the
+    network must measure codes of every size, the library decides what to keep)."""
+    s = letterbox_scale(w, h)
+    return size_range[0], min(size_range[1], 0.9 * min(w, h) * s)
+
+
+def make_frame(rng, frame_size=None, max_codes=4, size_range=(16.0, 600.0), ncode_p=NCODE_P):
     """One synthetic preview frame. Returns (rgb frame, list of code boxes x0,y0,x1,y1 in
-    frame pixels, list of code corner quads in frame pixels)."""
+    frame pixels, list of code corner quads in frame pixels; a bent label's quad is
+    that of its unbent corners)."""
     w, h = frame_size or FRAME_SIZES[int(rng.integers(len(FRAME_SIZES)))]
     s = letterbox_scale(w, h)
     frame = background(rng, w, h)
@@ -486,36 +555,49 @@ def make_frame(rng, frame_size=None, max_codes=4, size_range=(20.0, 450.0), ncod
         paste_warped(frame, src, np.array([[0, 0], [sw, 0], [sw, sh], [0, sh]], np.float32), quad + [dx, dy])
     boxes, quads = [], []
     n_codes = int(rng.choice(np.arange(max_codes + 1), p=ncode_p[: max_codes + 1] / np.sum(ncode_p[: max_codes + 1])))
-    for _ in range(n_codes):
-        mat = qr_matrix(rng)
-        n = mat.shape[0]
-        size_in = math.exp(rng.uniform(math.log(size_range[0]), math.log(size_range[1])))
-        size_f = size_in / s
-        if size_f > 0.9 * min(w, h):
-            size_f = 0.9 * min(w, h)
-        tilt = 65 if rng.random() < 0.3 else 40
-        q = tilted_square(rng, tilt)
-        ext = q.max(axis=0) - q.min(axis=0)
-        q = q * (size_f / ext.max())
-        bw, bh = q[:, 0].max() - q[:, 0].min(), q[:, 1].max() - q[:, 1].min()
-        pos = _place(rng, taken, bw, bh, w, h, gap=max(12.0, 0.15 * size_f))
-        if pos is None:
-            continue
-        quad = q - q.min(axis=0) + np.array(pos)
-        module_px = int(np.clip(round(1.3 * size_f / n), 2, 14))
-        quiet = int(rng.integers(1, 5))
-        margin = int(rng.integers(0, 6)) if rng.random() < 0.7 else 0
-        ink, paper = ink_and_paper(rng)
-        img = render_modules(mat, module_px, ink, paper, quiet + margin)
-        o = (quiet + margin) * module_px
-        e = o + n * module_px
-        src_quad = np.array([[o, o], [e, o], [e, e], [o, e]], np.float32)
-        mask = None
-        if margin == 0 and rng.random() < 0.5:  # code printed straight onto the surface: only the modules are opaque
-            mask = np.zeros(img.shape[:2], np.uint8)
-            mask[o - quiet * module_px // 2: e + quiet * module_px // 2, o - quiet * module_px // 2: e + quiet * module_px // 2] = 255
-        paste_warped(frame, img, src_quad, quad.astype(np.float32), mask)
-        boxes.append((quad[:, 0].min(), quad[:, 1].min(), quad[:, 0].max(), quad[:, 1].max()))
+    lo, hi = code_size_range(w, h, size_range)
+    # a sheet of labels: codes of one size side by side with small gaps, which the
+    # library keeps apart only when every box is tight
+    sheet = n_codes >= 1 and rng.random() < 0.2
+    if sheet:
+        n_codes = int(rng.integers(2, 7))
+        size_in = math.exp(rng.uniform(math.log(lo), math.log(max(lo, min(hi, 0.5 * hi)))))
+        q_sheet = tilted_square(rng, 35)
+        gap = rng.uniform(0.1, 1.0)
+        cols = n_codes if rng.random() < 0.5 else int(math.ceil(n_codes / 2))
+    for i in range(n_codes):
+        if sheet:
+            size_f = size_in / s
+            q = q_sheet
+            ext = q.max(axis=0) - q.min(axis=0)
+            q = q * (size_f / ext.max())
+            r, c = divmod(i, cols)
+            if i == 0:
+                x0 = rng.uniform(0, max(w - cols * size_f * (1 + gap), 1))
+                y0 = rng.uniform(0, max(h - (n_codes // cols + 1) * size_f * (1 + gap), 1))
+            pos = (x0 + c * size_f * (1 + gap), y0 + r * size_f * (1 + gap))
+            if pos[0] + size_f > w or pos[1] + size_f > h:
+                continue
+        else:
+            size_in = math.exp(rng.uniform(math.log(lo), math.log(hi)))
+            size_f = size_in / s
+            tilt = 65 if rng.random() < 0.3 else 40
+            q = tilted_square(rng, tilt)
+            ext = q.max(axis=0) - q.min(axis=0)
+            q = q * (size_f / ext.max())
+            bw, bh = q[:, 0].max() - q[:, 0].min(), q[:, 1].max() - q[:, 1].min()
+            pos = _place(rng, taken, bw, bh, w, h, gap=max(12.0, 0.15 * size_f))
+            if pos is None:
+                continue
+        quad = (q - q.min(axis=0) + np.array(pos)).astype(np.float32)
+        img, corners, mask = code_picture(rng, size_f)
+        outline = corners
+        if not sheet and rng.random() < 0.1:
+            img, mask, outline = bent_code(img, corners, mask, rng)
+        hm = paste_warped(frame, img, corners, quad, mask)
+        q = cv2.perspectiveTransform(outline.reshape(-1, 1, 2), hm).reshape(-1, 2)
+        box = (q[:, 0].min(), q[:, 1].min(), q[:, 0].max(), q[:, 1].max())
+        boxes.append(box)
         quads.append(quad)
     frame = lighting(rng, frame)
     frame = degrade(rng, frame)

@@ -87,14 +87,6 @@ class QuantTest(unittest.TestCase):
             self.assertEqual((name, got_form, onnx), ("inputs", form, b"graph"))
             self.assertEqual(got, outs)
 
-    def test_luma_stem_computes_on_grey_what_the_rgb_stem_did(self):
-        w = torch.randn(12, 3, 4, 4)
-        grey = torch.rand(1, 1, 16, 16)
-        rgb_out = torch.nn.functional.conv2d(grey.repeat(1, 3, 1, 1), w, stride=4)
-        luma_w = netmod.luma_stem({"stem.0.weight": w})["stem.0.weight"]
-        torch.testing.assert_close(torch.nn.functional.conv2d(grey, luma_w, stride=4), rgb_out)
-
-
 class DecodeTest(unittest.TestCase):
     def maps(self):
         return [np.full((g * g, 6), -20.0, np.float32) for g in evaluate.GRIDS]
