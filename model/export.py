@@ -20,22 +20,24 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import net as netmod  # noqa: E402
 
 MAGIC = b"SCQM"
-VERSION = 3
+VERSION = 4
 NAME_LEN = 16
 # What the graph's input is made of, from the library's uint8 H x W x C tensor.
 INPUT_PLANES = 0  # its channels, as they are
 INPUT_LUMA = 1    # one channel: OpenCV's 8-bit RGB-to-grey conversion of it
 
 
-def pack(onnx_bytes, input_name, outputs, input_form=INPUT_PLANES):
-    """outputs: list of (name, scale, zero point as the library adds it)."""
+def pack(onnx_bytes, input_name, outputs, input_form=INPUT_PLANES, crop_step=0):
+    """outputs: list of (name, scale, zero point as the library adds it). crop_step:
+    0, or the stride the adapter rounds the picture's part of the input up to when it
+    runs a fully convolutional graph on that part only."""
     def name16(n):
         raw = n.encode()
         assert 0 < len(raw) < NAME_LEN
         return raw.ljust(NAME_LEN, b"\0")
 
     head = (MAGIC + struct.pack("<III", VERSION, len(outputs), len(onnx_bytes)) + name16(input_name) +
-            struct.pack("<I", input_form))
+            struct.pack("<II", input_form, crop_step))
     for name, scale, zp in outputs:
         head += name16(name) + struct.pack("<fi", scale, zp)
     return head + onnx_bytes
@@ -53,18 +55,18 @@ def input_blob(image, input_form):
 
 
 def unpack(data):
-    """-> (input name, input form, [(output name, scale, zero point)], ONNX bytes)"""
+    """-> (input name, input form, crop step, [(output name, scale, zero point)], ONNX bytes)"""
     magic, (version, count, size) = data[:4], struct.unpack_from("<III", data, 4)
     assert magic == MAGIC and version == VERSION
     input_name = data[16:32].split(b"\0")[0].decode()
-    (input_form,) = struct.unpack_from("<I", data, 32)
-    outs, off = [], 36
+    input_form, crop_step = struct.unpack_from("<II", data, 32)
+    outs, off = [], 40
     for _ in range(count):
         name = data[off:off + NAME_LEN].split(b"\0")[0].decode()
         scale, zp = struct.unpack_from("<fi", data, off + NAME_LEN)
         outs.append((name, scale, zp))
         off += NAME_LEN + 8
-    return input_name, input_form, outs, data[off:off + size]
+    return input_name, input_form, crop_step, outs, data[off:off + size]
 
 
 def onnx_bytes(model):
@@ -86,7 +88,8 @@ def lower_scores(model, shift):
 
 def export(model, out):
     data = pack(onnx_bytes(model), netmod.INPUT_NAME,
-                [(n, s, zp) for n, (zp, s) in zip(netmod.OUTPUT_NAMES, netmod.OUTPUT_QUANT)], INPUT_LUMA)
+                [(n, s, zp) for n, (zp, s) in zip(netmod.OUTPUT_NAMES, netmod.OUTPUT_QUANT)], INPUT_LUMA,
+                max(netmod.STRIDES))
     with open(out, "wb") as fh:
         fh.write(data)
     print(f"wrote {out}: {len(data)} bytes", flush=True)

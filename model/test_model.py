@@ -4,13 +4,13 @@
 """
 import os
 import sys
+import tempfile
 import unittest
 
 import numpy as np
 import torch
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import evaluate  # noqa: E402
 import export  # noqa: E402
 import net as netmod  # noqa: E402
 import qrdata  # noqa: E402
@@ -35,23 +35,36 @@ class DecoderTest(unittest.TestCase):
 
 
 class TargetTest(unittest.TestCase):
-    def test_each_code_has_one_positive_cell_in_the_head_of_its_size(self):
-        cases = [((100, 100, 130, 130), 0), ((200, 40, 290, 120), 1), ((300, 100, 480, 250), 2),
-                 ((10, 10, 400, 330), 3)]
-        for box, head in cases:
+    def test_codes_are_positives_in_every_head_whose_range_holds_them(self):
+        # (box, heads): sizes inside one range, and sizes where two ranges overlap
+        cases = [((100, 100, 130, 130), [0]), ((100, 100, 150, 150), [0, 1]), ((200, 40, 290, 120), [1]),
+                 ((300, 100, 480, 250), [2]), ((10, 10, 230, 230), [2, 3]), ((10, 10, 400, 330), [3]),
+                 ((5, 5, 9, 9), [0])]
+        for box, heads in cases:
             with self.subTest(box=box):
                 t = train.build_targets(np.array([box], np.float32))
-                self.assertEqual([int(x["pos"].sum()) for x in t], [1 if h == head else 0 for h in range(4)])
-                r, c = np.argwhere(t[head]["pos"])[0]
-                stride = netmod.STRIDES[head]
-                cx, cy = c * stride + stride // 2, r * stride + stride // 2
-                self.assertLessEqual(abs(cx - (box[0] + box[2]) / 2), stride / 2)
-                self.assertLessEqual(abs(cy - (box[1] + box[3]) / 2), stride / 2)
-                want = np.log([cx - box[0], cy - box[1], box[2] - cx, box[3] - cy])
-                np.testing.assert_allclose(t[head]["reg"][:, r, c], want, rtol=1e-5)
-                # every target distance is expressible by the head's quantized range
-                lo, hi = netmod.quant_range(head)
-                self.assertLess(want.max(), hi)
+                self.assertEqual([h for h in range(4) if t[h]["pos"].any()], heads)
+                bx, by = (box[0] + box[2]) / 2, (box[1] + box[3]) / 2
+                for h in heads:
+                    stride = netmod.STRIDES[h]
+                    for r, c in np.argwhere(t[h]["pos"]):
+                        cx, cy = c * stride + stride // 2, r * stride + stride // 2
+                        # near the centre, and its distances put the box where the code is
+                        self.assertLessEqual(max(abs(cx - bx), abs(cy - by)), max(train.CENTRE_RADIUS * stride, stride))
+                        d = t[h]["dist"][:, r, c]
+                        if min(box[2] - box[0], box[3] - box[1]) > stride:
+                            np.testing.assert_allclose([cx - d[0], cy - d[1], cx + d[2], cy + d[3]], box, atol=1e-4)
+                        # every log distance is expressible by the head's quantized range
+                        lo, hi = netmod.quant_range(h)
+                        self.assertTrue(lo < np.log(d).min() and np.log(d).max() < hi, d)
+
+    def test_a_cell_two_codes_claim_goes_to_the_smaller(self):
+        big, small = (100, 100, 150, 150), (118, 118, 140, 140)
+        t = train.build_targets(np.array([big, small], np.float32))[0]
+        r, c = 16, 16  # centre (132, 132): inside both, near both centres
+        self.assertEqual(t["pos"][r, c], 1)
+        np.testing.assert_allclose(t["dist"][:, r, c], [132 - 118, 132 - 118, 140 - 132, 140 - 132])
+
 
 class DataTest(unittest.TestCase):
     def test_training_never_sees_the_evaluation_pictures(self):
@@ -82,39 +95,25 @@ class QuantTest(unittest.TestCase):
 
     def test_header_round_trip(self):
         outs = [("outputs", 0.5, -3), ("_306", 2.0, 7)]
-        for form in (export.INPUT_PLANES, export.INPUT_LUMA):
-            name, got_form, got, onnx = export.unpack(export.pack(b"graph", "inputs", outs, form))
-            self.assertEqual((name, got_form, onnx), ("inputs", form, b"graph"))
+        for form, step in ((export.INPUT_PLANES, 0), (export.INPUT_LUMA, 128)):
+            name, got_form, got_step, got, onnx = export.unpack(export.pack(b"graph", "inputs", outs, form, step))
+            self.assertEqual((name, got_form, got_step, onnx), ("inputs", form, step, b"graph"))
             self.assertEqual(got, outs)
 
-class DecodeTest(unittest.TestCase):
-    def maps(self):
-        return [np.full((g * g, 6), -20.0, np.float32) for g in evaluate.GRIDS]
 
-    def test_threshold_is_inclusive_and_touching_boxes_are_suppressed(self):
-        m = self.maps()
-        m[0][0] = [2, 2, 2, 2, -0.8473, 0]  # kept: exactly at the threshold
-        m[0][1] = [2, 2, 2, 2, 3.0, 0]  # better, and touches cell 0's box
-        m[0][79] = [2, 2, 2, 2, -0.8474, 0]  # below the threshold
-        boxes, scores = evaluate.decode(m)
-        self.assertEqual(scores, [3.0])
-
-    def test_mapping_back_to_the_frame_and_edge_band(self):
-        allb, listed = evaluate.to_frame([(100, 50, 160, 110), (20, 20, 60, 60)], 1920, 1080)
-        np.testing.assert_allclose(allb[0], (300, 150, 480, 330), rtol=1e-5)
-        self.assertEqual(len(listed), 1)
-
-    def test_each_box_counts_for_one_code_at_most(self):
-        code = (100, 100, 200, 200)
-        cases = [
-            # (codes, boxes, expected pairs)
-            ([code, code], [(105, 105, 200, 200)], [(0, 0)]),  # a second copy finds no box
-            ([code], [(150, 150, 250, 250), (102, 100, 200, 200)], [(0, 1)]),  # best IoU, not first
-            ([code], [(140, 140, 240, 240)], []),  # IoU 0.22 misses
-        ]
-        for codes, boxes, want in cases:
-            self.assertEqual(evaluate.pairs(codes, boxes), want)
-            self.assertEqual(evaluate.match(codes, boxes), (len(want), len(boxes) - len(want)))
+class ResumeTest(unittest.TestCase):
+    def test_a_resumed_run_ends_with_the_weights_of_an_uninterrupted_one(self):
+        with tempfile.TemporaryDirectory() as tmp:
+            common = ["--total-steps", "6", "--batch", "2", "--crop", "128", "--first-frames", "3", "--rate", "0.5",
+                      "--window", "4", "--workers", "1", "--threads", "1", "--cache", os.path.join(tmp, "cache")]
+            whole = train.main(common + ["--state", os.path.join(tmp, "whole.pt")])
+            half = os.path.join(tmp, "half.pt")
+            train.main(common + ["--state", half, "--max-steps", "3"])
+            self.assertEqual(torch.load(half)["step"], 3)
+            resumed = train.main(["--resume", half, "--state", half, "--workers", "1", "--threads", "1",
+                                  "--cache", os.path.join(tmp, "cache")])
+            for (name, a), b in zip(whole.state_dict().items(), resumed.state_dict().values()):
+                torch.testing.assert_close(a, b, rtol=0, atol=0, msg=name)
 
 
 if __name__ == "__main__":

@@ -67,6 +67,11 @@ bool ParseModelHeader(const unsigned char* data, size_t size, ModelHeader* heade
         return false;
     }
     h.inputForm = static_cast<InputForm>(form);
+    h.cropStep = ReadU32(data + 36);
+    if (h.cropStep > kMaxCropStep || (h.cropStep & (h.cropStep - 1)) != 0) {
+        *why = "bad crop step " + std::to_string(h.cropStep);
+        return false;
+    }
     for (uint32_t i = 0; i < count; ++i) {
         const unsigned char* e = data + kFixedHeaderBytes + i * kOutputEntryBytes;
         OutputInfo o;

@@ -13,6 +13,11 @@
 // q = clamp(round(y / scale) - zeroPoint, 0, 255), which the library turns back
 // into (q + zeroPoint) * scale.
 //
+// A model whose header gives a crop step runs on the part of the letterboxed
+// input that holds the picture (a 16:9 frame fills 360 of 640 rows), rounded up
+// to that step; its cells over the rest get code 0, the lowest score, which is
+// what they would say about black padding anyway. Up to 40 % of a pass saved.
+//
 // Every failure returns a null handle or a non-zero status and prints one line
 // to stderr; nothing throws across this boundary.
 
@@ -20,6 +25,7 @@
 #include <opencv2/dnn.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -29,6 +35,7 @@
 #include <vector>
 
 #include "model_header.h"
+#include "picture_extent.h"
 
 namespace {
 
@@ -80,6 +87,8 @@ struct Tensor {
     scanref::InputForm form = scanref::InputForm::kPlanes;
     std::vector<cv::Mat> planes;
     cv::Mat blob;
+    // The picture's part of the blob, for models with a crop step.
+    std::vector<uint8_t> crop;
 };
 
 // uint8 NHWC -> the graph's uint8 NCHW input, one image at a time, written
@@ -94,16 +103,59 @@ void ToBlob(Tensor& in) {
             cv::Mat luma(h, w, CV_8U, in.blob.ptr<uint8_t>(i, 0));
             cv::cvtColor(pixels, luma, cv::COLOR_RGB2GRAY);  // same size and type: no reallocation
         } else {
-            for (int k = 0; k < c; ++k) in.planes[k] = cv::Mat(h, w, CV_8U, in.blob.ptr<uint8_t>(i, k));
+            for (int k = 0; k < c; ++k)
+                in.planes[k] = cv::Mat(h, w, CV_8U, in.blob.ptr<uint8_t>(i, k));
             cv::split(pixels, in.planes);
         }
     }
 }
 
+// The blob, or for a model with a crop step the picture's part of it copied
+// into the tensor's crop buffer (a view of that buffer is returned).
+cv::Mat PictureInput(const Manager& m, Tensor& in) {
+    const int step = static_cast<int>(m.header.cropStep);
+    const int n = in.blob.size[0], c = in.blob.size[1], h = in.blob.size[2], w = in.blob.size[3];
+    if (step == 0) return in.blob;
+    const cv::Size e = scanref::PictureExtent(in.blob.ptr<uint8_t>(), n * c, h, w, step);
+    if (e.width == w && e.height == h) return in.blob;
+    const int dims[4] = {n, c, e.height, e.width};
+    cv::Mat part(4, dims, CV_8U, in.crop.data());
+    for (int i = 0; i < n; ++i) {
+        for (int k = 0; k < c; ++k) {
+            for (int r = 0; r < e.height; ++r)
+                std::memcpy(part.ptr<uint8_t>(i, k, r), in.blob.ptr<uint8_t>(i, k, r), e.width);
+        }
+    }
+    return part;
+}
+
+// Writes the codes of an N x h x w x C map `y` into an output tensor of N x H x
+// W x C cells (h <= H, w <= W: the network ran on the picture's part); the cells
+// it did not compute get code 0, the lowest score.
+bool WriteOutput(const cv::Mat& y, const scanref::OutputInfo& output, Tensor& t) {
+    if (y.type() != CV_32F || !y.isContinuous()) return false;
+    if (y.total() == t.data.size()) {
+        scanref::QuantizeOutput(y.ptr<float>(), y.total(), output, t.data.data());
+        return true;
+    }
+    if (y.dims != 4 || y.size[0] != t.dims[0] || y.size[1] > t.dims[1] || y.size[2] > t.dims[2] ||
+        y.size[3] != t.dims[3])
+        return false;
+    const size_t cell = t.dims[3], rowIn = y.size[2] * cell, rowOut = t.dims[2] * cell;
+    std::fill(t.data.begin(), t.data.end(), 0);
+    const float* src = y.ptr<float>();
+    for (int i = 0; i < y.size[0]; ++i) {
+        uint8_t* dst = t.data.data() + static_cast<size_t>(i) * t.dims[1] * rowOut;
+        for (int r = 0; r < y.size[1]; ++r, src += rowIn)
+            scanref::QuantizeOutput(src, rowIn, output, dst + r * rowOut);
+    }
+    return true;
+}
+
 // Runs one forward pass and writes the quantized outputs into the tensors.
 int Run(Manager& m, Tensor& in, Tensor** outs, int outCount) {
     ToBlob(in);
-    m.net.setInput(in.blob, m.header.inputName, 1.0 / 255.0);
+    m.net.setInput(PictureInput(m, in), m.header.inputName, 1.0 / 255.0);
 
     std::vector<cv::Mat> results;
     m.net.forward(results, m.outputNames);
@@ -115,13 +167,12 @@ int Run(Manager& m, Tensor& in, Tensor** outs, int outCount) {
     for (int i = 0; i < outCount; ++i) {
         Tensor& t = *outs[i];
         const scanref::OutputInfo& output = m.header.outputs[t.output];
-        cv::Mat y = results[t.output];
-        if (y.type() != CV_32F || !y.isContinuous() || y.total() != t.data.size()) {
+        const cv::Mat& y = results[t.output];
+        if (!WriteOutput(y, output, t)) {
             Fail("NNModelRun", "output " + output.name + " has " + std::to_string(y.total()) +
                                    " values, its tensor " + std::to_string(t.data.size()));
             return -1;
         }
-        scanref::QuantizeOutput(y.ptr<float>(), y.total(), output, t.data.data());
     }
     return 0;
 }
@@ -285,6 +336,7 @@ SCANREF_EXPORT void* NNTensorBufferCreateWithConfig(void* manager, const void* c
             const int nchw[4] = {dims[0], luma ? 1 : dims[3], dims[1], dims[2]};
             t->blob.create(4, nchw, CV_8U);
             if (!luma) t->planes.resize(dims[3]);
+            if (m.header.cropStep != 0) t->crop.resize(t->blob.total());
         }
     } catch (const std::exception& e) {
         delete t;

@@ -9,6 +9,9 @@ tiny_model.bin, a 2 x 2 RGB input read as planes, two outputs:
 tiny_luma_model.bin, a 2 x 2 RGB input read as luma, one output:
     outputs [1,2,2,1]: (Y)       quantized with scale 1,   zero point 0
 
+tiny_crop_model.bin, a 4 x 4 RGB input read as luma, crop step 2, one output:
+    outputs [1,4,4,1]: (Y)       quantized with scale 1,   zero point -10
+
 Run: /usr/bin/python3 tests/adapters/make_tiny_model.py
 """
 import io
@@ -43,12 +46,12 @@ class TinyLuma(nn.Module):
         return (x * 255.0).permute(0, 2, 3, 1)
 
 
-def write(name, model, outputs, form):
+def write(name, model, outputs, form, side=2, crop_step=0):
     channels = 1 if form == export.INPUT_LUMA else 3
     f = io.BytesIO()
-    torch.onnx.export(model.eval(), torch.zeros(1, channels, 2, 2), f, input_names=["inputs"],
+    torch.onnx.export(model.eval(), torch.zeros(1, channels, side, side), f, input_names=["inputs"],
                       output_names=[o[0] for o in outputs], opset_version=11)
-    data = export.pack(f.getvalue(), "inputs", outputs, form)
+    data = export.pack(f.getvalue(), "inputs", outputs, form, crop_step)
     with open(os.path.join(HERE, name), "wb") as fh:
         fh.write(data)
     print(name, len(data), "bytes")
@@ -57,6 +60,7 @@ def write(name, model, outputs, form):
 def main():
     write("tiny_model.bin", Tiny(), [("outputs", 3.0, -20), ("_306", 0.5, 0)], export.INPUT_PLANES)
     write("tiny_luma_model.bin", TinyLuma(), [("outputs", 1.0, 0)], export.INPUT_LUMA)
+    write("tiny_crop_model.bin", TinyLuma(), [("outputs", 1.0, -10)], export.INPUT_LUMA, side=4, crop_step=2)
 
 
 if __name__ == "__main__":

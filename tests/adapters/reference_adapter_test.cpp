@@ -97,7 +97,7 @@ class ReferenceAdapterTest : public ::testing::Test {
         a.run = reinterpret_cast<RunFn>(Sym("NNModelRun"));
         a.destroyTensor = reinterpret_cast<DestroyTensorFn>(Sym("NNTensorBufferDestroy"));
         model = ReadAll(TINY_MODEL_PATH);
-        ASSERT_GT(model.size(), 36u);
+        ASSERT_GT(model.size(), 40u);
         auto config = ManagerConfig();
         manager = a.createManager(config.data());
         ASSERT_NE(manager, nullptr);
@@ -202,6 +202,47 @@ TEST_F(ReferenceAdapterTest, HandsALumaModelTheLumaOfTheRgbTensor) {
     for (int i = 0; i < 4; ++i) EXPECT_EQ(q[i], luma[i]) << "pixel " << i;
 }
 
+// A model with a crop step runs on the picture's part of the input only: the
+// rows and columns up to the last non-black one, rounded up to the step. Its
+// output is the luma plus 10 (zero point -10), so a computed black cell reads 10
+// and a skipped one 0.
+TEST_F(ReferenceAdapterTest, RunsACroppableModelOnThePicturesPartOnly) {
+    ASSERT_EQ(Load(ReadAll(TINY_CROP_MODEL_PATH)), 0);
+    void* in = Tensor("inputs", 0, 4, 4, 3);
+    void* out = Tensor("outputs", 0, 4, 4, 1);
+    ASSERT_TRUE(in && out);
+    const struct {
+        const char* what;
+        int rows, cols;  // the picture: grey 100 (luma 100) in the top-left corner
+        int keptRows, keptCols;
+    } cases[] = {
+        {"landscape: top rows", 2, 4, 2, 4},
+        {"rounded up to the step", 1, 3, 2, 4},
+        {"portrait: left columns", 4, 2, 4, 2},
+        {"whole input", 4, 4, 4, 4},
+        {"all black: one step still runs", 0, 0, 2, 2},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        auto* px = static_cast<uint8_t*>(a.getData(in));
+        std::memset(px, 0, 4 * 4 * 3);
+        for (int r = 0; r < c.rows; ++r)
+            for (int col = 0; col < c.cols; ++col) std::memset(px + (r * 4 + col) * 3, 100, 3);
+        void* ins[] = {in};
+        void* outs[] = {out};
+        ASSERT_EQ(a.run(manager, "codeDetect", ins, 1, outs, 1, 1000), 0);
+        const auto* q = static_cast<const uint8_t*>(a.getData(out));
+        for (int r = 0; r < 4; ++r) {
+            for (int col = 0; col < 4; ++col) {
+                const bool picture = r < c.rows && col < c.cols;
+                const bool kept = r < c.keptRows && col < c.keptCols;
+                EXPECT_EQ(q[r * 4 + col], kept ? (picture ? 110 : 10) : 0)
+                    << "cell " << r << "," << col;
+            }
+        }
+    }
+}
+
 TEST_F(ReferenceAdapterTest, RejectsBadModelBytes) {
     auto withByte = [&](size_t offset, unsigned char value) {
         auto m = model;
@@ -212,9 +253,9 @@ TEST_F(ReferenceAdapterTest, RejectsBadModelBytes) {
         return std::vector<unsigned char>(model.begin(), model.begin() + n);
     };
     auto junkGraph = model;
-    std::fill(junkGraph.begin() + 36 + 2 * 24, junkGraph.end(), 0x5A);
+    std::fill(junkGraph.begin() + 40 + 2 * 24, junkGraph.end(), 0x5A);
     auto noNul = model;
-    std::memset(noNul.data() + 36, 'x', 16);  // first output name fills its field, no terminator
+    std::memset(noNul.data() + 40, 'x', 16);  // first output name fills its field, no terminator
 
     const struct {
         const char* what;
@@ -223,15 +264,17 @@ TEST_F(ReferenceAdapterTest, RejectsBadModelBytes) {
         {"empty", {}},
         {"shorter than the fixed header", truncated(20)},
         {"bad magic", withByte(0, 'X')},
-        {"unknown version", withByte(4, 2)},
+        {"unknown version", withByte(4, 3)},
         {"unknown input form", withByte(32, 2)},
+        {"crop step not a power of two", withByte(36, 3)},
+        {"crop step too large", withByte(37, 8)},
         {"no outputs", withByte(8, 0)},
         {"too many outputs", withByte(8, 200)},
         {"graph cut short", truncated(model.size() - 10)},
         {"output table cut short", truncated(44)},
         {"unterminated output name", noNul},
         {"graph is not ONNX", junkGraph},
-        {"output the graph lacks", withByte(36, 'z')},
+        {"output the graph lacks", withByte(40, 'z')},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
