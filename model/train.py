@@ -22,6 +22,7 @@ import argparse
 import math
 import multiprocessing as mp
 import os
+import signal
 import sys
 import time
 
@@ -325,9 +326,13 @@ def main(argv=None):
     start = time.time()
     last_save, waited, ema = start, 0.0, None
     end_step = min(args.total_steps, args.max_steps or args.total_steps)
+    # A stop asked for from outside (kill, the end of a session) finishes the step
+    # and saves, so nothing trained is lost.
+    stop = []
+    signal.signal(signal.SIGTERM, lambda *_: stop.append(True))
     model.train()
     try:
-        while step < end_step and time.time() - start < args.minutes * 60:
+        while step < end_step and time.time() - start < args.minutes * 60 and not stop:
             waited += stream.prepare(step)
             lr = lr_at(step, args.total_steps, args.lr)
             for g in opt.param_groups:

@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# One training session of the detector. Resumes the run saved in
+# model/ckpt/train_state.pt (or starts a new one), trains in chunks, and after
+# each chunk exports the state and runs the evaluation's quick mode on it,
+# appending a line to model/train_log/eval.tsv. The best evaluated state's model
+# file becomes model/codeDetect_quantized.bin. Commit model/ckpt/train_state.pt,
+# model/train_log/ and the model file afterwards: the next session carries on
+# from exactly there.
+#   bash model/train_session.sh [MINUTES (150)] [CHUNK MINUTES (30)]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+minutes=${1:-150}
+chunk=${2:-30}
+py=/usr/bin/python3
+bash scripts/setup.sh test run eval train
+cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build build -j"$(nproc)" --target evaluate scanref_adapter >/dev/null
+
+state=model/ckpt/train_state.pt
+logs=model/train_log
+mkdir -p "$logs" model/ckpt
+end=$((SECONDS + minutes * 60))
+# a chunk is worth starting only with time for some training and its evaluation
+while ((end - SECONDS > 8 * 60)); do
+  left=$(((end - SECONDS) / 60 - 4))
+  resume=()
+  [ -f "$state" ] && resume=(--resume "$state")
+  nice -n 5 "$py" model/train.py "${resume[@]}" --minutes $((left < chunk ? left : chunk)) \
+    >>"$logs/train.log" 2>&1
+  step=$("$py" -c "import torch; print(torch.load('$state')['step'])")
+  candidate=model/ckpt/step-$step.bin
+  "$py" model/export.py --ckpt "$state" --out "$candidate" >/dev/null
+  build/tools/evaluate/evaluate --quick --model "$candidate" --json "$logs/quick-$step.json" \
+    --out "out/eval-$step" >"$logs/quick-$step.txt"
+  "$py" model/log_eval.py "$logs/quick-$step.json" "$candidate" --tsv "$logs/eval.tsv" \
+    --best model/codeDetect_quantized.bin
+  done_steps=$("$py" -c "import torch; s = torch.load('$state'); print(int(s['step'] >= s['args']['total_steps']))")
+  ((done_steps)) && break
+done
