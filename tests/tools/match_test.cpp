@@ -1,0 +1,51 @@
+#include "match.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Rects = std::vector<cv::Rect2f>;
+
+TEST(MatchTest, FoundFromHalfOverlapUp) {
+    const Rects truth = {{0, 0, 100, 100}};
+    // A box inside the truth, h px tall: IoU h / 100.
+    for (auto [height, found] : {std::pair{50.5f, true}, {50.0f, true}, {49.5f, false}}) {
+        const Rects box = {{0, 0, 100, height}};
+        EXPECT_EQ(MatchBoxes(truth, box)[0] >= 0, found) << "height " << height;
+    }
+    EXPECT_FLOAT_EQ(IoU({0, 0, 10, 10}, {20, 20, 10, 10}), 0.0f);
+    EXPECT_FLOAT_EQ(IoU({0, 0, 10, 10}, {0, 0, 10, 10}), 1.0f);
+}
+
+TEST(MatchTest, OneBoxNeverCountsForTwoCodes) {
+    // Two overlapping codes, one box between them, IoU 0.82 with both.
+    const Rects truths = {{0, 0, 100, 100}, {20, 0, 100, 100}};
+    const Rects box = {{10, 0, 100, 100}};
+    const std::vector<int> pair = MatchBoxes(truths, box);
+    EXPECT_EQ(pair[0], 0);  // ties go to the earlier code
+    EXPECT_EQ(pair[1], -1);
+    EXPECT_EQ(CountUnmatched(pair, box.size()), 0);
+}
+
+TEST(MatchTest, PairsByBestIoUNotByOrder) {
+    // Box 0 passes both codes but fits the second far better; box 1 passes
+    // only the first. Taking codes in turn would give box 0 to the first
+    // code and leave the second unfound.
+    const Rects truths = {{0, 0, 100, 100}, {40, 0, 100, 100}};
+    const Rects boxes = {{30, 0, 100, 100}, {-32, 0, 100, 100}};
+    ASSERT_GT(IoU(truths[0], boxes[0]), IoU(truths[0], boxes[1]));
+    ASSERT_GE(IoU(truths[0], boxes[1]), kFoundIoU);
+    EXPECT_EQ(MatchBoxes(truths, boxes), (std::vector<int>{1, 0}));
+}
+
+TEST(MatchTest, UnpairedBoxesAreFalse) {
+    const Rects truths = {{0, 0, 100, 100}};
+    const Rects boxes = {{300, 300, 50, 50}, {2, 2, 98, 98}, {5, 0, 100, 100}};
+    const std::vector<int> pair = MatchBoxes(truths, boxes);
+    EXPECT_EQ(pair[0], 1);
+    EXPECT_EQ(CountUnmatched(pair, boxes.size()), 2);
+    EXPECT_EQ(MatchBoxes({}, boxes).size(), 0u);
+    EXPECT_EQ(MatchBoxes(truths, {})[0], -1);
+}
+
+}  // namespace
