@@ -20,7 +20,9 @@ constexpr double kCell = 64;      // input pixels: the coarsest stride in use
 
 struct Tally {
     Rates rates;
-    Rate beforeBand;  // library, any surviving box, edge band or not
+    // Why the library missed: its box was in the edge band, it had a box
+    // on the code that fits badly (0.1 <= IoU < 0.5), or none there at all.
+    int inEdgeBand = 0, poorBox = 0, noBox = 0;
     std::vector<double> iou, sizeError;
 };
 
@@ -118,8 +120,15 @@ nlohmann::ordered_json RunSweep(const Options& o, Detectors& det, const Backgrou
                         const CodeRecord r = Score(d, scene.truths, scale)[0];
                         CheckDecode(d, scene.truths[0], code.text.bytes, code.text.text, decode);
 
-                        bands[r.band].beforeBand.Add(
-                            MatchBoxes(scene.truths, d.library.survivors)[0] >= 0);
+                        if (!r.found[kLibrary]) {
+                            Tally& why = bands[r.band];
+                            if (MatchBoxes(scene.truths, d.library.survivors)[0] >= 0)
+                                ++why.inEdgeBand;
+                            else if (MatchBoxes(scene.truths, d.library.survivors, 0.1f)[0] >= 0)
+                                ++why.poorBox;
+                            else
+                                ++why.noBox;
+                        }
                         for (int q = 0; q < kDetectorCount; ++q) {
                             bands[r.band].rates[q].Add(r.found[q]);
                             byTilt[kTilts[t]][q].Add(r.found[q]);
@@ -155,14 +164,17 @@ nlohmann::ordered_json RunSweep(const Options& o, Detectors& det, const Backgrou
     printf(
         "  found: IoU >= 0.5 with the truth box; library boxes must clear its 80 px edge band, "
         "the peers have none\n");
-    PrintRatesHeader("input size (px)", "lib. median IoU, size error; found before edge band");
+    PrintRatesHeader("input size (px)",
+                     "lib. median IoU, size err | misses: edge band, poor box, none");
     for (size_t b = 0; b < kSizeBands.size(); ++b) {
-        char extra[64];
-        if (bands[b].iou.empty())
-            snprintf(extra, sizeof extra, "-; %.1f %%", 100 * bands[b].beforeBand.Value());
-        else
-            snprintf(extra, sizeof extra, "%.2f, %+.1f %%; %.1f %%", Median(bands[b].iou),
-                     100 * Median(bands[b].sizeError), 100 * bands[b].beforeBand.Value());
+        const Tally& t = bands[b];
+        char extra[96];
+        snprintf(
+            extra, sizeof extra, "%s | %d, %d, %d",
+            t.iou.empty()
+                ? "-"
+                : cv::format("%.2f, %+5.1f %%", Median(t.iou), 100 * Median(t.sizeError)).c_str(),
+            t.inEdgeBand, t.poorBox, t.noBox);
         PrintRates(kSizeBands[b].name, bands[b].rates, extra);
         nlohmann::ordered_json row = {
             {"band", kSizeBands[b].name},
@@ -170,7 +182,9 @@ nlohmann::ordered_json RunSweep(const Options& o, Detectors& det, const Backgrou
             {"hi", kSizeBands[b].hi >= 1e9 ? nlohmann::ordered_json()
                                            : nlohmann::ordered_json(kSizeBands[b].hi)}};
         row["recall"] = ToJson(bands[b].rates);
-        row["library_recall_before_edge_band"] = ToJson(bands[b].beforeBand);
+        row["library_misses"] = {{"box_in_edge_band", bands[b].inEdgeBand},
+                                 {"poor_box", bands[b].poorBox},
+                                 {"no_box", bands[b].noBox}};
         row["library_median_iou"] = bands[b].iou.empty()
                                         ? nlohmann::ordered_json()
                                         : nlohmann::ordered_json(Median(bands[b].iou));
