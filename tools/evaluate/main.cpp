@@ -102,8 +102,9 @@ int main(int argc, char** argv) {
     const int mismatches = det.library().countMismatches();
     j["count_line_mismatches"] = mismatches;
     printf(
-        "\nthe library's count line agreed with the boxes read as clear of its edge band on all "
-        "but %d frames\n",
+        "\nframes where the count line (\"the num of qrcode is N\") disagreed with the boxes read "
+        "as "
+        "clear of the edge band: %d\n",
         mismatches);
     WriteContactSheet(o.outDir + "/worst_cases.png", misses, falses);
     const double seconds =

@@ -5,8 +5,6 @@
 #endif
 #include <ZXing/ReadBarcode.h>
 
-#include <cctype>
-
 #include "match.h"
 
 std::vector<PeerCode> ReadWithZxing(const cv::Mat& luma) {
@@ -36,23 +34,6 @@ std::vector<PeerCode> OpenCvPeer::Detect(const cv::Mat& luma) {
     return codes;
 }
 
-std::string NormalisedText(const std::string& text) {
-    std::string out;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\r') {
-            out += '\n';
-            if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
-        } else {
-            out += text[i];
-        }
-    }
-    while (!out.empty() && std::isspace(static_cast<unsigned char>(out.back()))) out.pop_back();
-    return out;
-}
-
 bool SameContent(const PeerCode& read, const std::string& bytes, const std::string& text) {
-    if (read.bytes.empty() && read.text.empty()) return false;
-    if (!bytes.empty() && read.bytes == bytes) return true;
-    return NormalisedText(read.text) == NormalisedText(text) ||
-           NormalisedText(read.bytes) == NormalisedText(text);
+    return SameContent(read.bytes, read.text, bytes, text);
 }

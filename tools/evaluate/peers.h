@@ -11,6 +11,8 @@
 #include <opencv2/core.hpp>
 #include <opencv2/objdetect.hpp>
 
+#include "content_match.h"
+
 struct PeerCode {
     cv::Rect2f box;     // bounding box of the outline's four corners
     std::string bytes;  // as stored in the symbol (zxing-cpp only)
@@ -30,8 +32,5 @@ class OpenCvPeer {
     cv::QRCodeDetector mDetector;
 };
 
-// Whether a decoded code says what `bytes` / `text` hold: the same bytes, or
-// the same text once line ends are made LF and trailing whitespace dropped
-// (a photo's truth file may have either line end; Shift-JIS compares as text).
+// Whether zxing-cpp's read says what `bytes` / `text` hold (content_match.h).
 bool SameContent(const PeerCode& read, const std::string& bytes, const std::string& text);
-std::string NormalisedText(const std::string& text);

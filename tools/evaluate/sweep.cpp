@@ -7,6 +7,7 @@
 
 #include "evaluation.h"
 #include "match.h"
+#include "sweep_layout.h"
 
 namespace {
 
@@ -28,17 +29,6 @@ struct Tally {
 
 std::string FrameName(cv::Size s) {
     return std::to_string(s.width) + "x" + std::to_string(s.height);
-}
-
-// Places a coordinate: somewhere in [lo, hi] chosen by `coarse` (0..1),
-// moved onto the grid of `cell` frame pixels plus `phase` so that the code's
-// centre meets every phase of the detector's strides over the offsets.
-double Place(double lo, double hi, double coarse, double cell, double phase) {
-    if (hi - lo < cell) return lo + std::fmod(phase, std::max(hi - lo, 1e-6));
-    double v = std::floor((lo + coarse * (hi - lo)) / cell) * cell + phase;
-    while (v > hi) v -= cell;
-    while (v < lo) v += cell;
-    return v;
 }
 
 }  // namespace
@@ -88,13 +78,12 @@ nlohmann::ordered_json RunSweep(const Options& o, Detectors& det, const Backgrou
                         const cv::Rect2f box = TruthBox(shape);
                         const double cell = kCell / scale;
                         const double band = kEdgeBand + kFitMargin;
-                        const double cx =
-                            Place(band + box.width / 2, size.width - band - box.width / 2,
-                                  rng.uniform(0.0, 1.0), cell, cell * off / offsets);
-                        const double cy =
-                            Place(band + box.height / 2, size.height - band - box.height / 2,
-                                  rng.uniform(0.0, 1.0), cell,
-                                  cell * ((5 * off + 1) % offsets) / offsets);
+                        const double cx = PlaceOnCellGrid(
+                            band + box.width / 2, size.width - band - box.width / 2,
+                            rng.uniform(0.0, 1.0), cell, cell * CellPhase(off, offsets, 0));
+                        const double cy = PlaceOnCellGrid(
+                            band + box.height / 2, size.height - band - box.height / 2,
+                            rng.uniform(0.0, 1.0), cell, cell * CellPhase(off, offsets, 1));
 
                         SceneSpec spec;
                         spec.frameSize = size;
