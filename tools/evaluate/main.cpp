@@ -102,9 +102,8 @@ int main(int argc, char** argv) {
     const int mismatches = det.library().countMismatches();
     j["count_line_mismatches"] = mismatches;
     printf(
-        "\nframes where the count line (\"the num of qrcode is N\") disagreed with the boxes read "
-        "as "
-        "clear of the edge band: %d\n",
+        "\nframes where the count line (\"the num of qrcode is N\") disagreed with the boxes "
+        "read as clear of the edge band: %d\n",
         mismatches);
     WriteContactSheet(o.outDir + "/worst_cases.png", misses, falses);
     const double seconds =
