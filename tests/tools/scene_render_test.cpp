@@ -36,17 +36,17 @@ TEST(SceneRenderTest, ZxingFindsEachCodeAtItsTruthCorners) {
     cv::GaussianBlur(desk, desk, cv::Size(), 6);
     for (const Case& c : kCases) {
         SCOPED_TRACE(testing::Message() << c.frame << " side " << c.side << " tilt " << c.tilt);
-        SceneSpec spec;
-        spec.frameSize = c.frame;
-        spec.surface = c.surface;
-        spec.background = &desk;
+        SceneSetup setup;
+        setup.frameSize = c.frame;
+        setup.surface = c.surface;
+        setup.background = &desk;
         CodePlacement code;
         code.text = SampleText(c.text);
         code.corners = FitQuad(ViewedSquare({0, 0}, 100, c.roll, c.tilt, c.axis),
                                {c.frame.width * 0.45f, c.frame.height * 0.55f}, c.side);
         if (c.surface == Surface::kPaperOnDesk) code.marginModules = {3, 5, 2, 6};
-        spec.codes.push_back(code);
-        const Scene scene = RenderScene(spec);
+        setup.codes.push_back(code);
+        const Scene scene = RenderScene(setup);
         ASSERT_EQ(scene.truths.size(), 1u);
         EXPECT_NEAR(std::max(scene.truths[0].width, scene.truths[0].height), c.side, 1e-3);
 
@@ -75,15 +75,15 @@ TEST(SceneRenderTest, ZxingFindsEachCodeAtItsTruthCorners) {
 }
 
 TEST(SceneRenderTest, SameSeedSameFrame) {
-    SceneSpec spec;
-    spec.frameSize = {640, 480};
-    spec.degradation = Degradations().back();  // blur, noise and JPEG
-    spec.seed = 42;
+    SceneSetup setup;
+    setup.frameSize = {640, 480};
+    setup.degradation = Degradations().back();  // blur, noise and JPEG
+    setup.seed = 42;
     CodePlacement code;
     code.text = SampleText(5);
     code.corners = FitQuad(ViewedSquare({0, 0}, 100, 3, 30, 60), {320, 240}, 150);
-    spec.codes.push_back(code);
-    const cv::Mat a = RenderScene(spec).frame, b = RenderScene(spec).frame;
+    setup.codes.push_back(code);
+    const cv::Mat a = RenderScene(setup).frame, b = RenderScene(setup).frame;
     EXPECT_EQ(cv::norm(a, b, cv::NORM_INF), 0.0);
 }
 

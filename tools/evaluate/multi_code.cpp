@@ -66,18 +66,18 @@ nlohmann::ordered_json RunMulti(const Options& o, Detectors& det, const Backgrou
                         const float x0 = float(rng.uniform(double(lo), size.width - lo - w + 1e-3));
                         const float y0 =
                             float(rng.uniform(double(lo), size.height - lo - h + 1e-3));
-                        SceneSpec spec;
-                        spec.frameSize = size;
-                        spec.seed = seed;
-                        spec.surface = kSurfaces[(si + gi + n + rep) % 3];
-                        if (spec.surface == Surface::kPaperOnDesk && !desks.empty())
-                            spec.background = &desks[rng.uniform(0, int(desks.size()))];
-                        if (spec.surface == Surface::kNatural && !natural.empty())
-                            spec.background = &natural[rng.uniform(0, int(natural.size()))];
-                        spec.degradation =
+                        SceneSetup setup;
+                        setup.frameSize = size;
+                        setup.seed = seed;
+                        setup.surface = kSurfaces[(si + gi + n + rep) % 3];
+                        if (setup.surface == Surface::kPaperOnDesk && !desks.empty())
+                            setup.background = &desks[rng.uniform(0, int(desks.size()))];
+                        if (setup.surface == Surface::kNatural && !natural.empty())
+                            setup.background = &natural[rng.uniform(0, int(natural.size()))];
+                        setup.degradation =
                             Degradations()[(si + gi + n) % 2];  // clean or light blur
                         const float m = 0.3f * side;  // the sheet's margin around the codes
-                        spec.sheets.push_back(
+                        setup.sheets.push_back(
                             {cv::Point2f(x0 - m, y0 - m), cv::Point2f(x0 + w + m, y0 - m),
                              cv::Point2f(x0 + w + m, y0 + h + m), cv::Point2f(x0 - m, y0 + h + m)});
                         for (int i = 0; i < n; ++i) {
@@ -87,9 +87,9 @@ nlohmann::ordered_json RunMulti(const Options& o, Detectors& det, const Backgrou
                             c.quietModules = 0;  // the sheet is the quiet zone
                             c.corners = {cv::Point2f(x, y), cv::Point2f(x + side, y),
                                          cv::Point2f(x + side, y + side), cv::Point2f(x, y + side)};
-                            spec.codes.push_back(c);
+                            setup.codes.push_back(c);
                         }
-                        const Scene scene = RenderScene(spec);
+                        const Scene scene = RenderScene(setup);
                         const Detections d = det.Run(scene.frame);
                         ++frames;
                         const std::vector<CodeRecord> records = Score(d, scene.truths, scale);
@@ -106,8 +106,8 @@ nlohmann::ordered_json RunMulti(const Options& o, Detectors& det, const Backgrou
                             // Lost to its neighbours: found when drawn alone on
                             // the same background, sheet and place.
                             ++missed;
-                            SceneSpec alone = spec;
-                            alone.codes = {spec.codes[t]};
+                            SceneSetup alone = setup;
+                            alone.codes = {setup.codes[t]};
                             const Scene single = RenderScene(alone);
                             const Detections ds = det.Run(single.frame, false);
                             if (MatchBoxes(single.truths, ds.boxes[kLibrary])[0] >= 0) {

@@ -49,14 +49,14 @@ cv::Mat PlainSurface(cv::Size size, cv::RNG& rng) {
     return frame;
 }
 
-cv::Mat Background(const SceneSpec& spec, cv::RNG& rng) {
-    if (spec.surface == Surface::kPlain || spec.background == nullptr ||
-        spec.background->cols < spec.frameSize.width ||
-        spec.background->rows < spec.frameSize.height)
-        return PlainSurface(spec.frameSize, rng);
-    const int x = rng.uniform(0, spec.background->cols - spec.frameSize.width + 1);
-    const int y = rng.uniform(0, spec.background->rows - spec.frameSize.height + 1);
-    return (*spec.background)(cv::Rect(cv::Point(x, y), spec.frameSize)).clone();
+cv::Mat Background(const SceneSetup& setup, cv::RNG& rng) {
+    if (setup.surface == Surface::kPlain || setup.background == nullptr ||
+        setup.background->cols < setup.frameSize.width ||
+        setup.background->rows < setup.frameSize.height)
+        return PlainSurface(setup.frameSize, rng);
+    const int x = rng.uniform(0, setup.background->cols - setup.frameSize.width + 1);
+    const int y = rng.uniform(0, setup.background->rows - setup.frameSize.height + 1);
+    return (*setup.background)(cv::Rect(cv::Point(x, y), setup.frameSize)).clone();
 }
 
 // Paper white and ink, slightly varied.
@@ -283,18 +283,18 @@ const std::vector<Degradation>& Degradations() {
     return kLevels;
 }
 
-Scene RenderScene(const SceneSpec& spec) {
-    cv::RNG rng(spec.seed);
+Scene RenderScene(const SceneSetup& setup) {
+    cv::RNG rng(setup.seed);
     Scene scene;
-    scene.frame = Background(spec, rng);
+    scene.frame = Background(setup, rng);
     const cv::Scalar paper = PaperColour(rng);
     const cv::Scalar ink = cv::Scalar::all(rng.uniform(10.0, 60.0));
-    for (const Quad& sheet : spec.sheets) FillSheet(scene.frame, sheet, paper);
-    for (const CodePlacement& c : spec.codes) {
+    for (const Quad& sheet : setup.sheets) FillSheet(scene.frame, sheet, paper);
+    for (const CodePlacement& c : setup.codes) {
         DrawCode(scene.frame, c, paper, ink);
         scene.truths.push_back(TruthBox(c.corners));
     }
-    Degrade(scene.frame, spec.degradation, spec.seed);
+    Degrade(scene.frame, setup.degradation, setup.seed);
     return scene;
 }
 

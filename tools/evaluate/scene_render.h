@@ -71,7 +71,7 @@ struct CodePlacement {
     std::array<float, 4> marginModules{0, 0, 0, 0};
 };
 
-struct SceneSpec {
+struct SceneSetup {
     cv::Size frameSize;
     Surface surface = Surface::kPlain;
     // For kPaperOnDesk and kNatural: a BGR picture at least frameSize, of
@@ -89,7 +89,7 @@ struct Scene {
     std::vector<cv::Rect2f> truths;  // one per code, in order
 };
 
-Scene RenderScene(const SceneSpec& spec);
+Scene RenderScene(const SceneSetup& setup);
 
 // `picture` scaled to cover `size` times `zoom` (>= 1), cut at a place given
 // by `anchor` (0..1 on each axis), optionally mirrored.

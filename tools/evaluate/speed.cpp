@@ -17,21 +17,21 @@ nlohmann::ordered_json RunSpeed(const Options& o, Detectors& det, const Backgrou
     for (const cv::Size size : sizes) {
         std::vector<Frame> frames(framesPerSize);
         for (int i = 0; i < framesPerSize; ++i) {
-            SceneSpec spec;
-            spec.frameSize = size;
-            spec.seed = 500 + i;
-            spec.surface = i % 2 ? Surface::kNatural : Surface::kPaperOnDesk;
+            SceneSetup setup;
+            setup.frameSize = size;
+            setup.seed = 500 + i;
+            setup.surface = i % 2 ? Surface::kNatural : Surface::kPaperOnDesk;
             const std::vector<cv::Mat>& pool = i % 2 ? bg.natural : bg.desks;
             cv::Mat background;
             if (!pool.empty()) background = CoverFrame(pool[i % pool.size()], size);
-            spec.background = pool.empty() ? nullptr : &background;
+            setup.background = pool.empty() ? nullptr : &background;
             CodePlacement c;
             c.text = SampleText(500 + i);
             const float side = 0.25f * std::min(size.width, size.height) * (1 + 0.1f * i);
             c.corners = FitQuad(ViewedSquare({0, 0}, 100, 5.0 * i, 15.0 * (i % 4), 30.0 * i),
                                 {size.width * 0.5f, size.height * 0.5f}, side);
-            spec.codes.push_back(c);
-            ToNV21Frame(RenderScene(spec).frame, frames[i]);
+            setup.codes.push_back(c);
+            ToNV21Frame(RenderScene(setup).frame, frames[i]);
         }
         std::vector<double> ours, theirs;
         LibraryFrame out;

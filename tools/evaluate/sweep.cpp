@@ -85,25 +85,25 @@ nlohmann::ordered_json RunSweep(const Options& o, Detectors& det, const Backgrou
                             band + box.height / 2, size.height - band - box.height / 2,
                             rng.uniform(0.0, 1.0), cell, cell * CellPhase(off, offsets, 1));
 
-                        SceneSpec spec;
-                        spec.frameSize = size;
-                        spec.surface = kSurfaces[su];
-                        spec.seed = seed;
-                        spec.degradation =
+                        SceneSetup setup;
+                        setup.frameSize = size;
+                        setup.surface = kSurfaces[su];
+                        setup.seed = seed;
+                        setup.degradation =
                             Degradations()[(k + off + 2 * t + su) % Degradations().size()];
                         CodePlacement code;
                         code.text = SampleText(seed);
                         code.corners = FitQuad(shape, cv::Point2f(float(cx), float(cy)), side);
-                        if (spec.surface == Surface::kPaperOnDesk && !desks.empty()) {
-                            spec.background = &desks[rng.uniform(0, int(desks.size()))];
+                        if (setup.surface == Surface::kPaperOnDesk && !desks.empty()) {
+                            setup.background = &desks[rng.uniform(0, int(desks.size()))];
                             for (float& m : code.marginModules) m = float(rng.uniform(2.0, 8.0));
-                        } else if (spec.surface == Surface::kNatural && !natural.empty()) {
-                            spec.background = &natural[rng.uniform(0, int(natural.size()))];
+                        } else if (setup.surface == Surface::kNatural && !natural.empty()) {
+                            setup.background = &natural[rng.uniform(0, int(natural.size()))];
                         } else {
                             for (float& m : code.marginModules) m = float(rng.uniform(0.0, 1.5));
                         }
-                        spec.codes.push_back(code);
-                        const Scene scene = RenderScene(spec);
+                        setup.codes.push_back(code);
+                        const Scene scene = RenderScene(setup);
                         const Detections d = det.Run(scene.frame);
                         ++frames;
                         const CodeRecord r = Score(d, scene.truths, scale)[0];
@@ -130,12 +130,12 @@ nlohmann::ordered_json RunSweep(const Options& o, Detectors& det, const Backgrou
                             char label[96];
                             snprintf(label, sizeof label, "%s %.0fpx tilt %d %s",
                                      FrameName(size).c_str(), r.inputSize, kTilts[t],
-                                     SurfaceName(spec.surface));
+                                     SurfaceName(setup.surface));
                             Keep(misses, {Tile(scene.frame, scene.truths, d.library, label), label,
                                           r.inputSize});
                         }
-                        bySurface[SurfaceName(spec.surface)].Add(r.found[kLibrary]);
-                        byDegradation[spec.degradation.name].Add(r.found[kLibrary]);
+                        bySurface[SurfaceName(setup.surface)].Add(r.found[kLibrary]);
+                        byDegradation[setup.degradation.name].Add(r.found[kLibrary]);
                         byFrame[FrameName(size)].Add(r.found[kLibrary]);
                     }
                 }
