@@ -1,10 +1,12 @@
-// How the evaluation compares decoded content, and where its sweep puts codes.
+// How the evaluation compares decoded content, where its sweep puts codes,
+// and the size bands it reports in.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <set>
 
 #include "content_match.h"
+#include "size_bands.h"
 #include "sweep_layout.h"
 
 namespace {
@@ -67,3 +69,18 @@ TEST(SweepLayoutTest, PlacedInRangeAtTheAskedPhase) {
 }
 
 }  // namespace
+
+// The bands every figure is reported in: contiguous from 0 up, each size in
+// exactly one, the edges where the detector's heads hand over.
+TEST(SizeBandsTest, ContiguousAndEdgesBelongAbove) {
+    EXPECT_EQ(kSizeBands.front().lo, 0);
+    for (size_t b = 1; b < kSizeBands.size(); ++b) {
+        EXPECT_EQ(kSizeBands[b].lo, kSizeBands[b - 1].hi);
+        EXPECT_EQ(SizeBandOf(kSizeBands[b].lo), int(b));
+        EXPECT_EQ(SizeBandOf(std::nextafter(kSizeBands[b].lo, 0.0)), int(b) - 1);
+    }
+    EXPECT_EQ(SizeBandOf(1e6), int(kSizeBands.size()) - 1);
+    EXPECT_DOUBLE_EQ(InputScale(1280, 720), 0.5);
+    EXPECT_DOUBLE_EQ(InputScale(720, 1280), 0.5);
+    EXPECT_DOUBLE_EQ(InputScale(1920, 1080), 1.0 / 3);
+}

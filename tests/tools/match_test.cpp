@@ -49,3 +49,23 @@ TEST(MatchTest, UnpairedBoxesAreFalse) {
 }
 
 }  // namespace
+
+// A code lost in company is "run together" when one box covers a quarter or
+// more of it and of a neighbour; a box on one code only, or one that grazes
+// the neighbour, is not.
+TEST(MatchTest, RunTogetherNeedsAQuarterOfBothCodes) {
+    const Rects truths = {{0, 0, 100, 100}, {110, 0, 100, 100}, {0, 300, 100, 100}};
+    struct Case {
+        const char* what;
+        cv::Rect2f box;
+        bool together;
+    } cases[] = {
+        {"over both", {0, 0, 210, 100}, true},
+        {"a quarter of each", {75, 0, 60, 100}, true},
+        {"just short of a quarter of the neighbour", {0, 0, 134, 100}, false},
+        {"on the code alone", {5, 5, 90, 90}, false},
+        {"on the neighbour alone", {110, 0, 100, 100}, false},
+    };
+    for (const Case& c : cases) EXPECT_EQ(RunTogether({c.box}, truths, 0), c.together) << c.what;
+    EXPECT_FALSE(RunTogether({}, truths, 0));
+}

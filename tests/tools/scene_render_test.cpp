@@ -74,6 +74,46 @@ TEST(SceneRenderTest, ZxingFindsEachCodeAtItsTruthCorners) {
     }
 }
 
+// Several codes on one sheet, the sheet their only quiet zone, as the
+// multi-code frames draw them: each is read where its truth says.
+TEST(SceneRenderTest, CodesSideBySideAreEachAtTheirTruth) {
+    SceneSetup setup;
+    setup.frameSize = {1280, 720};
+    const float side = 180, gap = 0.25f * side, x0 = 250, y0 = 250;
+    setup.sheets.push_back({cv::Point2f(x0 - 50, y0 - 50),
+                            cv::Point2f(x0 + 3 * side + 2 * gap + 50, y0 - 50),
+                            cv::Point2f(x0 + 3 * side + 2 * gap + 50, y0 + side + 50),
+                            cv::Point2f(x0 - 50, y0 + side + 50)});
+    for (int i = 0; i < 3; ++i) {
+        CodePlacement c;
+        c.text = SampleText(10 + i);
+        c.quietModules = 0;
+        const float x = x0 + i * (side + gap);
+        c.corners = {cv::Point2f(x, y0), cv::Point2f(x + side, y0),
+                     cv::Point2f(x + side, y0 + side), cv::Point2f(x, y0 + side)};
+        setup.codes.push_back(c);
+    }
+    const Scene scene = RenderScene(setup);
+    ASSERT_EQ(scene.truths.size(), 3u);
+    cv::Mat luma;
+    cv::cvtColor(scene.frame, luma, cv::COLOR_BGR2GRAY);
+    const ZXing::ImageView view(luma.data, luma.cols, luma.rows, ZXing::ImageFormat::Lum);
+    ZXing::DecodeHints hints;
+    hints.setFormats(ZXing::BarcodeFormat::QRCode);
+    const ZXing::Results results = ZXing::ReadBarcodes(view, hints);
+    ASSERT_EQ(results.size(), 3u);
+    for (const ZXing::Result& r : results) {
+        const ZXing::ByteArray& bytes = r.bytes();
+        const std::string read(bytes.begin(), bytes.end());
+        int code = -1;
+        for (int i = 0; i < 3; ++i)
+            if (setup.codes[i].text.bytes == read) code = i;
+        ASSERT_GE(code, 0) << read;
+        const cv::Point2f topLeft(float(r.position()[0].x), float(r.position()[0].y));
+        EXPECT_LT(cv::norm(topLeft - scene.truths[code].tl()), 2.0) << "code " << code;
+    }
+}
+
 TEST(SceneRenderTest, SameSeedSameFrame) {
     SceneSetup setup;
     setup.frameSize = {640, 480};

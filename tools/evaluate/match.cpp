@@ -47,3 +47,21 @@ int CountUnmatched(const std::vector<int>& truthToBox, size_t boxCount) {
         std::count_if(truthToBox.begin(), truthToBox.end(), [](int b) { return b >= 0; }));
     return static_cast<int>(boxCount) - matched;
 }
+
+namespace {
+
+float Covered(const cv::Rect2f& box, const cv::Rect2f& truth) {
+    return (box & truth).area() / std::max(truth.area(), 1e-6f);
+}
+
+}  // namespace
+
+bool RunTogether(const std::vector<cv::Rect2f>& boxes, const std::vector<cv::Rect2f>& truths,
+                 size_t t) {
+    for (const cv::Rect2f& b : boxes) {
+        if (Covered(b, truths[t]) < 0.25f) continue;
+        for (size_t u = 0; u < truths.size(); ++u)
+            if (u != t && Covered(b, truths[u]) >= 0.25f) return true;
+    }
+    return false;
+}

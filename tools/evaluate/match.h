@@ -22,3 +22,8 @@ std::vector<int> MatchBoxes(const std::vector<cv::Rect2f>& truths,
 
 // Boxes paired with no truth: false boxes.
 int CountUnmatched(const std::vector<int>& truthToBox, size_t boxCount);
+
+// Whether one of `boxes` runs code `t` together with another of `truths`:
+// it covers at least a quarter of code t and a quarter of another code.
+bool RunTogether(const std::vector<cv::Rect2f>& boxes, const std::vector<cv::Rect2f>& truths,
+                 size_t t);

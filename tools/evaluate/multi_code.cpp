@@ -16,20 +16,6 @@ const double kSizes[] = {28, 44, 64, 96, 150};  // input pixels
 const double kGaps[] = {0.1, 0.25, 0.5, 1.0};   // code widths
 constexpr double kGoalSize = 40, kGoalGap = 0.25;
 
-float Covered(const cv::Rect2f& box, const cv::Rect2f& truth) {
-    return (box & truth).area() / std::max(truth.area(), 1e-6f);
-}
-
-// A box that covers at least a quarter of two codes has run them together.
-bool Merged(const std::vector<cv::Rect2f>& boxes, const std::vector<cv::Rect2f>& truths, size_t t) {
-    for (const cv::Rect2f& b : boxes) {
-        if (Covered(b, truths[t]) < 0.25f) continue;
-        for (size_t u = 0; u < truths.size(); ++u)
-            if (u != t && Covered(b, truths[u]) >= 0.25f) return true;
-    }
-    return false;
-}
-
 }  // namespace
 
 nlohmann::ordered_json RunMulti(const Options& o, Detectors& det, const Backgrounds& bg) {
@@ -112,7 +98,7 @@ nlohmann::ordered_json RunMulti(const Options& o, Detectors& det, const Backgrou
                             const Detections ds = det.Run(single.frame, false);
                             if (MatchBoxes(single.truths, ds.boxes[kLibrary])[0] >= 0) {
                                 ++lostToNeighbour;
-                                merged += Merged(d.library.survivors, scene.truths, t);
+                                merged += RunTogether(d.library.survivors, scene.truths, t);
                             }
                         }
                     }
