@@ -2,7 +2,7 @@
 # Installs the Debian 12 packages scancode needs, only those missing.
 #   scripts/setup.sh test   build, tests, benchmarks
 #   scripts/setup.sh run    the command-line tool with the reference adapter
-#   scripts/setup.sh eval   QR-free natural pictures for the detection evaluation
+#   scripts/setup.sh eval   the detection evaluation: its pictures, OpenCV's QR detector, JSON, plots
 #   scripts/setup.sh arm64  cross build for Linux aarch64, tests under qemu
 #   scripts/setup.sh train  training and evaluating the detector (model/)
 #   scripts/setup.sh fuzz   libFuzzer targets (clang) and the soak run under valgrind
@@ -11,7 +11,7 @@ set -euo pipefail
 build=(cmake make g++ binutils libopencv-core-dev libopencv-imgproc-dev)
 test=(libgtest-dev libgmock-dev libbenchmark-dev libyuv-dev libqrencode-dev libzxing-dev)
 run=(libopencv-dnn-dev libopencv-imgcodecs-dev libopencv-videoio-dev)
-eval=(python3-skimage gnome-backgrounds)
+eval=(python3-skimage gnome-backgrounds libopencv-objdetect-dev nlohmann-json3-dev python3-matplotlib)
 arm64=(g++-aarch64-linux-gnu qemu-user libopencv-core-dev:arm64 libopencv-imgproc-dev:arm64
        libgtest-dev:arm64 libgmock-dev:arm64 libyuv-dev:arm64 libqrencode-dev:arm64
        libzxing-dev:arm64)

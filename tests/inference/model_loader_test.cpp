@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -80,6 +81,31 @@ TEST_F(LoadNpuModelTest, RecordsOnTheWire) {
             EXPECT_TRUE(AllZero(record, 44, 64));
         }
     }
+}
+
+// On a host, SCANCODE_MODEL_PATH and SCANCODE_ADAPTER_PATH replace the
+// configured paths when set, read when the model is loaded (so a program may
+// set them just before Init), and an empty value leaves the default.
+TEST_F(LoadNpuModelTest, EnvironmentOverridesPathsAtLoad) {
+    const std::string configured(kModelFilePath);
+    const std::string other = ::testing::TempDir() + "other_model.bin";
+    std::ofstream(other, std::ios::binary) << "another model's bytes";
+    ASSERT_EQ(setenv("SCANCODE_MODEL_PATH", other.c_str(), 1), 0);
+    EXPECT_EQ(std::string(kModelFilePath), other);
+    ASSERT_EQ(Load(), 0);
+    EXPECT_EQ(Blob(FindCall("NNModelLoadFromBuffer"), "model"), "another model's bytes");
+
+    ASSERT_EQ(setenv("SCANCODE_MODEL_PATH", "", 1), 0);
+    EXPECT_EQ(std::string(kModelFilePath), configured);
+    ASSERT_EQ(unsetenv("SCANCODE_MODEL_PATH"), 0);
+    EXPECT_EQ(std::string(kModelFilePath), configured);
+
+    const std::string adapter(kAdapterLibraryPath);
+    ASSERT_EQ(setenv("SCANCODE_ADAPTER_PATH", "/elsewhere/adapter.so", 1), 0);
+    EXPECT_STREQ(kAdapterLibraryPath, "/elsewhere/adapter.so");
+    ASSERT_EQ(unsetenv("SCANCODE_ADAPTER_PATH"), 0);
+    EXPECT_EQ(std::string(kAdapterLibraryPath), adapter);
+    std::remove(other.c_str());
 }
 
 TEST_F(LoadNpuModelTest, InitFailureReleasesManagerAndWrapper) {

@@ -1,0 +1,119 @@
+// Where the detector finds codes and where it fails, with the library run as
+// a user runs it (Init, Process, DeInit, the reference adapter and a model
+// file), side by side with zxing-cpp and OpenCV on the same frames.
+//
+//   evaluate [--quick] [--model FILE] [--json FILE] [--out DIR] [--photos DIR]
+//            [--negatives PICTURE...]
+//
+// Parts: a sweep of rendered codes with exact truth, the real photos, frames
+// of several close codes, false boxes on QR-free pictures, decoding of the
+// straightened code the library hands back, and speed. Every frame is drawn
+// from fixed seeds, so the figures are the same run to run (times aside).
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "evaluation.h"
+
+namespace {
+
+void Usage() {
+    fprintf(stderr,
+            "usage: evaluate [--quick] [--model FILE] [--json FILE] [--out DIR] [--photos DIR]\n"
+            "                [--negatives PICTURE...]\n");
+}
+
+void PrintDecode(const char* what, const DecodeTally& d) {
+    printf(
+        "  %-8s one-code frames %d, straightened %d, of those read right by zxing-cpp %d "
+        "(before straightening %d)\n",
+        what, d.oneCode, d.straightened, d.decoded, d.decodedBefore);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options o;
+    bool negatives = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        const bool hasValue = i + 1 < argc;
+        if (a == "--quick")
+            o.quick = true, negatives = false;
+        else if (a == "--model" && hasValue)
+            o.model = argv[++i], negatives = false;
+        else if (a == "--json" && hasValue)
+            o.json = argv[++i], negatives = false;
+        else if (a == "--out" && hasValue)
+            o.outDir = argv[++i], negatives = false;
+        else if (a == "--photos" && hasValue)
+            o.photos = argv[++i], negatives = false;
+        else if (a == "--negatives")
+            negatives = true;
+        else if (negatives && a.rfind("--", 0) != 0)
+            o.negatives.push_back(a);
+        else {
+            Usage();
+            return 2;
+        }
+    }
+    if (!o.model.empty()) {
+        if (!std::filesystem::is_regular_file(o.model)) {
+            fprintf(stderr, "no model file %s\n", o.model.c_str());
+            return 2;
+        }
+        // Read by the library's platform layer when Init loads the model.
+        setenv("SCANCODE_MODEL_PATH", std::filesystem::absolute(o.model).c_str(), 1);
+    }
+    std::filesystem::create_directories(o.outDir);
+    const auto start = std::chrono::steady_clock::now();
+
+    Detectors det;
+    const Backgrounds bg = LoadBackgrounds(o.quick);
+    DecodeTally sweepDecode, photoDecode;
+    std::vector<SheetCase> misses, falses;
+    nlohmann::ordered_json j;
+    j["mode"] = o.quick ? "quick" : "full";
+    j["model"] = o.model.empty() ? "configured default" : o.model;
+    for (const SizeBand& b : kSizeBands)
+        j["size_bands"].push_back(
+            {{"name", b.name},
+             {"lo", b.lo},
+             {"hi", b.hi >= 1e9 ? nlohmann::ordered_json() : nlohmann::ordered_json(b.hi)}});
+    j["found_rule"] =
+        "IoU >= 0.5 with the truth box; one box per code, best IoU first; library "
+        "boxes must clear its 80 px edge band, the peers have none";
+    j["backgrounds"] = {{"desks", bg.deskNames}, {"natural", bg.naturalNames}};
+
+    j["sweep"] = RunSweep(o, det, bg, sweepDecode, misses);
+    j["photos"] = RunPhotos(o, det, photoDecode);
+    j["multi_code"] = RunMulti(o, det, bg);
+    j["false_boxes"] = RunFalseBoxes(o, det, falses);
+    printf(
+        "\nDECODING the straightened code the library hands back (zxing-cpp; same bytes, or same "
+        "text with CRLF as LF and trailing whitespace dropped)\n");
+    PrintDecode("sweep", sweepDecode);
+    PrintDecode("photos", photoDecode);
+    j["decoding"] = {{"sweep", ToJson(sweepDecode)}, {"photos", ToJson(photoDecode)}};
+    j["speed"] = RunSpeed(o, det, bg);
+
+    const int mismatches = det.library().countMismatches();
+    j["count_line_mismatches"] = mismatches;
+    printf(
+        "\nframes where the count line (\"the num of qrcode is N\") disagreed with the boxes "
+        "read as clear of the edge band: %d\n",
+        mismatches);
+    WriteContactSheet(o.outDir + "/worst_cases.png", misses, falses);
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    j["seconds"] = seconds;
+    printf("\nwrote %s/recall_vs_size.csv, %s/worst_cases.png; %.0f s\n", o.outDir.c_str(),
+           o.outDir.c_str(), seconds);
+    if (!o.json.empty()) {
+        std::ofstream(o.json) << j.dump(2) << "\n";
+        printf("wrote %s\n", o.json.c_str());
+    }
+    return 0;
+}
