@@ -12,9 +12,7 @@ cd "$(dirname "$0")/.."
 minutes=${1:-150}
 chunk=${2:-30}
 py=/usr/bin/python3
-bash scripts/setup.sh test run eval train
-cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build build -j"$(nproc)" --target evaluate scanref_adapter >/dev/null
+bash scripts/setup.sh train
 
 state=model/ckpt/train_state.pt
 logs=model/train_log
@@ -30,8 +28,8 @@ while ((end - SECONDS > 8 * 60)); do
   step=$("$py" -c "import torch; print(torch.load('$state')['step'])")
   candidate=model/ckpt/step-$step.bin
   "$py" model/export.py --ckpt "$state" --out "$candidate" >/dev/null
-  build/tools/evaluate/evaluate --quick --model "$candidate" --json "$logs/quick-$step.json" \
-    --out "out/eval-$step" >"$logs/quick-$step.txt"
+  bash scripts/evaluate.sh --quick --model "$candidate" --json "$logs/quick-$step.json" \
+    >"$logs/quick-$step.txt" 2>&1
   "$py" model/log_eval.py "$logs/quick-$step.json" "$candidate" --tsv "$logs/eval.tsv" \
     --best model/codeDetect_quantized.bin
   done_steps=$("$py" -c "import torch; s = torch.load('$state'); print(int(s['step'] >= s['args']['total_steps']))")

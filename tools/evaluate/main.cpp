@@ -99,6 +99,27 @@ int main(int argc, char** argv) {
     j["decoding"] = {{"sweep", ToJson(sweepDecode)}, {"photos", ToJson(photoDecode)}};
     j["speed"] = RunSpeed(o, det, bg);
 
+    // The detector's goals in one place, for the training log and the READMEs.
+    auto recall = [](const nlohmann::ordered_json& rate) {
+        const auto& r = rate["recall"];
+        return r.is_number() ? r.get<double>() : 0.0;
+    };
+    const auto& cells = j["sweep"]["goal_cells"];
+    j["goals"] = {
+        {"sweep_recall_40up_tilt45", recall(cells["recall_40up_tilt45"])},
+        {"sweep_recall_24_40", recall(cells["recall_24_40"])},
+        {"sweep_recall_40up_tilt60", recall(cells["recall_40up_tilt60"])},
+        {"multi_recall_40up_gap25", recall(j["multi_code"]["goal_cell"][kDetectorNames[kLibrary]])},
+        {"photos_recall", recall(j["photos"]["all"][kDetectorNames[kLibrary]])},
+        {"box_median_iou_40up", cells["median_iou_40up"]},
+        {"box_median_size_error_40up", cells["median_size_error_40up"]},
+        {"false_boxes_per_natural_frame", j["false_boxes"][kDetectorNames[kLibrary]]["per_frame"]},
+        {"process_vs_zxing_720p", j["speed"]["1280x720"]["ratio"]},
+        {"process_vs_zxing_1080p", j["speed"]["1920x1080"]["ratio"]}};
+    printf("\nGOALS (library):");
+    for (const auto& [name, value] : j["goals"].items())
+        printf(" %s %.3f;", name.c_str(), value.get<double>());
+    printf("\n");
     const int mismatches = det.library().countMismatches();
     j["count_line_mismatches"] = mismatches;
     printf(
