@@ -537,7 +537,7 @@ def code_size_range(w, h, size_range):
     return size_range[0], min(size_range[1], 0.9 * min(w, h) * s)
 
 
-def make_frame(rng, frame_size=None, max_codes=4, size_range=(16.0, 600.0), ncode_p=NCODE_P):
+def make_frame(rng, frame_size=None, max_codes=4, size_range=(20.0, 600.0), ncode_p=NCODE_P):
     """One synthetic preview frame. Returns (rgb frame, list of code boxes x0,y0,x1,y1 in
     frame pixels, list of code corner quads in frame pixels; a bent label's quad is
     that of its unbent corners)."""

@@ -227,10 +227,13 @@ def box_iou(pred, target):
 
 
 def loss_fn(outs, targets, neg_weight=1.0):
-    """Quality focal loss on the score (the target of a positive is the IoU its
-    quantized box reaches, so the best box scores highest and survives the library's
-    suppression; every other cell's target is 0), GIoU and L1 on the log distances
-    for the box, both on the positives."""
+    """Varifocal loss on the score: the target of a positive is the IoU its quantized
+    box reaches, so the best box scores highest and survives the library's
+    suppression, and positives are weighted by that target rather than focally
+    down-weighted, which keeps a well-placed code's score far above the threshold
+    (a quality focal loss left found codes barely above it, among look-alikes).
+    Every other cell's target is 0, weighted by its probability squared. GIoU and
+    L1 on the log distances for the box, on the positives."""
     cls_total, box_total, npos = 0.0, 0.0, 0.0
     for h, o in enumerate(outs):
         t = targets[h]
@@ -247,8 +250,7 @@ def loss_fn(outs, targets, neg_weight=1.0):
             npos += float(pos.sum())
         p = torch.sigmoid(score)
         bce = F.binary_cross_entropy_with_logits(score, quality, reduction="none")
-        weight = (quality - p).abs().detach() ** 2
-        weight = torch.where(pos, weight, neg_weight * weight)
+        weight = torch.where(pos, quality, neg_weight * p.detach() ** 2)
         cls_total = cls_total + (weight * bce).sum()
     n = max(npos, 1.0)
     cls, box = cls_total / n, box_total / n
@@ -283,14 +285,13 @@ RUN_ARGS = ("total_steps", "batch", "lr", "seed", "crop", "no_code_share", "neg_
 def main(argv=None):
     ap = argparse.ArgumentParser()
     ap.add_argument("--minutes", type=float, default=150.0, help="stop (and save) after this long")
-    ap.add_argument("--total-steps", type=int, default=60000)
+    ap.add_argument("--total-steps", type=int, default=80000)
     ap.add_argument("--batch", type=int, default=16)
     ap.add_argument("--lr", type=float, default=3e-3)
     ap.add_argument("--seed", type=int, default=1)
     ap.add_argument("--crop", type=int, default=320, help="window side for most steps (0: always whole frames)")
-    ap.add_argument("--no-code-share", type=float, default=float(qrdata.NCODE_P[0]),
-                    help="share of generated frames without a code")
-    ap.add_argument("--neg-weight", type=float, default=1.0, help="weight of the score loss on non-positive cells")
+    ap.add_argument("--no-code-share", type=float, default=0.3, help="share of generated frames without a code")
+    ap.add_argument("--neg-weight", type=float, default=2.0, help="weight of the score loss on non-positive cells")
     ap.add_argument("--rate", type=float, default=0.5, help="new frames per step")
     ap.add_argument("--window", type=int, default=2000, help="the latest frames a step samples from")
     ap.add_argument("--first-frames", type=int, default=200, help="frames available at step 0")
@@ -298,6 +299,7 @@ def main(argv=None):
     ap.add_argument("--threads", type=int, default=2)
     ap.add_argument("--state", default=os.path.join(HERE, "ckpt", "train_state.pt"), help="where to save the state")
     ap.add_argument("--resume", default="", help="a saved state to continue exactly")
+    ap.add_argument("--init", default="", help="a saved state whose weights a new run starts from")
     ap.add_argument("--cache", default=os.path.join(HERE, "cache"))
     ap.add_argument("--max-steps", type=int, default=0, help="stop after this step (tests)")
     ap.add_argument("--out", default="", help="write the model file here when stopping")
@@ -313,6 +315,8 @@ def main(argv=None):
     opt = torch.optim.AdamW(model.parameters(), lr=args.lr, weight_decay=1e-4)
     rng = np.random.default_rng(args.seed)
     step = 0
+    if args.init:
+        model.load_state_dict(torch.load(args.init)["model"])
     if state:
         model.load_state_dict(state["model"])
         opt.load_state_dict(state["opt"])

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # One training session of the detector. Resumes the run saved in
 # model/ckpt/train_state.pt (or starts a new one), trains in chunks, and after
-# each chunk exports the state and runs the evaluation's quick mode on it,
-# appending a line to model/train_log/eval.tsv. The best evaluated state's model
+# each chunk exports the state with the score shift model/calibrate.py chooses
+# and runs the evaluation's quick mode on it, appending a line to
+# model/train_log/eval.tsv. The best evaluated state's model
 # file becomes model/codeDetect_quantized.bin. Commit model/ckpt/train_state.pt,
 # model/train_log/ and the model file afterwards: the next session carries on
 # from exactly there.
@@ -28,6 +29,9 @@ while ((end - SECONDS > 8 * 60)); do
   step=$("$py" -c "import torch; print(torch.load('$state')['step'])")
   candidate=model/ckpt/step-$step.bin
   "$py" model/export.py --ckpt "$state" --out "$candidate" >/dev/null
+  shift_=$("$py" model/calibrate.py --model "$candidate" 2>>"$logs/calibrate.log")
+  echo "step $step: score shift $shift_" >>"$logs/calibrate.log"
+  "$py" model/export.py --ckpt "$state" --out "$candidate" --score-shift "$shift_" >/dev/null
   bash scripts/evaluate.sh --quick --model "$candidate" --json "$logs/quick-$step.json" \
     >"$logs/quick-$step.txt" 2>&1
   "$py" model/log_eval.py "$logs/quick-$step.json" "$candidate" --tsv "$logs/eval.tsv" \
