@@ -78,11 +78,11 @@ def onnx_bytes(model):
     return f.getvalue()
 
 
-def lower_scores(model, shift):
-    """Subtract `shift` from every trained head's score logit: fewer false boxes for
-    a little recall, chosen on held-out synthetic frames after training."""
+def lower_scores(model, shifts):
+    """Subtract each trained head's shift from its score logit: fewer false boxes for
+    a little recall, chosen on held-out synthetic frames (calibrate.py)."""
     with torch.no_grad():
-        for head in model.heads:
+        for head, shift in zip(model.heads, shifts):
             head.out.bias[4] -= shift
 
 
@@ -99,12 +99,13 @@ def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--ckpt", required=True)
     ap.add_argument("--out", required=True)
-    ap.add_argument("--score-shift", type=float, default=0.0, help="lower every score logit by this much")
+    ap.add_argument("--score-shift", default="0,0,0,0",
+                    help="per trained head (strides 8 to 64), lower its score logits by this much")
     args = ap.parse_args()
     model = netmod.QRDet()
     model.load_state_dict(torch.load(args.ckpt)["model"])
     model.eval()
-    lower_scores(model, args.score_shift)
+    lower_scores(model, [float(v) for v in args.score_shift.split(",")])
     export(model, args.out)
 
 

@@ -11,6 +11,7 @@ import numpy as np
 import torch
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import calibrate  # noqa: E402
 import export  # noqa: E402
 import net as netmod  # noqa: E402
 import qrdata  # noqa: E402
@@ -99,6 +100,30 @@ class QuantTest(unittest.TestCase):
             name, got_form, got_step, got, onnx = export.unpack(export.pack(b"graph", "inputs", outs, form, step))
             self.assertEqual((name, got_form, got_step, onnx), ("inputs", form, step, b"graph"))
             self.assertEqual(got, outs)
+
+
+class DecodeTest(unittest.TestCase):
+    """The calibration decodes as the library does; a shift raises one head's threshold."""
+
+    def maps(self):
+        return [np.full(((640 // s) ** 2, 6), -20.0, np.float32) for s in netmod.STRIDES]
+
+    def test_threshold_is_inclusive_and_touching_boxes_are_suppressed(self):
+        m = self.maps()
+        m[0][0] = [2, 2, 2, 2, calibrate.THRESHOLD, 0]  # kept alone: exactly at the threshold
+        m[0][1] = [2, 2, 2, 2, 3.0, 0]  # better, and touches cell 0's box (x 4.6..19.4 and -3.4..11.4)
+        m[0][79] = [2, 2, 2, 2, -0.8474, 0]  # below the threshold
+        m[1][40 * 20 + 20] = [2, 2, 2, 2, 0.5, 0]  # far away: kept
+        self.assertEqual(len(calibrate.decode(m, [0, 0, 0, 0])), 2)
+        m[0][1, 4] = -30.0
+        self.assertEqual(len(calibrate.decode(m, [0, 0, 0, 0])), 2, "cell 0 kept once nothing better touches it")
+        self.assertEqual(len(calibrate.decode(m, [0.1, 0, 0, 0])), 1, "a shift raises its own head's threshold")
+        self.assertEqual(len(calibrate.decode(m, [0.1, 1.4, 0, 0])), 0)
+
+    def test_boxes_a_pixel_apart_touch_and_further_apart_do_not(self):
+        a = (0.0, 0.0, 10.0, 10.0)
+        self.assertTrue(calibrate.touches(a, (10.5, 0.0, 20.0, 10.0)))
+        self.assertFalse(calibrate.touches(a, (11.5, 0.0, 20.0, 10.0)))
 
 
 class ResumeTest(unittest.TestCase):
