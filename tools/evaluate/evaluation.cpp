@@ -17,6 +17,11 @@ Detections Detectors::Run(const cv::Mat& bgr, bool peers) {
         exit(1);
     }
     d.boxes[kLibrary] = d.library.kept;
+    if (mBoxList.is_open()) {
+        for (const cv::Rect2f& b : d.library.survivors)
+            mBoxList << b.x << " " << b.y << " " << b.width << " " << b.height << ";";
+        mBoxList << "\n";
+    }
     d.luma = cv::Mat(frame.height, frame.width, CV_8UC1, frame.nv21.data()).clone();
     if (!peers) return d;
     const cv::Mat& luma = d.luma;
@@ -24,6 +29,11 @@ Detections Detectors::Run(const cv::Mat& bgr, bool peers) {
     for (const PeerCode& c : d.zxing) d.boxes[kZxing].push_back(c.box);
     for (const PeerCode& c : mOpenCv.Detect(luma)) d.boxes[kOpenCv].push_back(c.box);
     return d;
+}
+
+bool Detectors::ListBoxesTo(const std::string& path) {
+    mBoxList.open(path);
+    return mBoxList.is_open();
 }
 
 nlohmann::ordered_json ToJson(const Rate& r) {

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,7 @@ struct Options {
     std::string json;   // empty: no JSON file
     std::string outDir = "out/eval";
     std::string photos = "../shared/data/photos";
+    std::string boxes;  // empty: no list of the library's boxes per frame
     std::vector<std::string> negatives;
 };
 
@@ -42,10 +44,15 @@ class Detectors {
     // same bytes the library reads). Peers are skipped when `peers` is false.
     Detections Run(const cv::Mat& bgr, bool peers = true);
     LibraryRunner& library() { return mLibrary; }
+    // Writes the library's boxes of every frame from now on to `path`, a line a
+    // frame ("x y w h" per box, boxes separated by ";"), so that two model files
+    // can be compared frame by frame.
+    bool ListBoxesTo(const std::string& path);
 
   private:
     LibraryRunner mLibrary;
     OpenCvPeer mOpenCv;
+    std::ofstream mBoxList;
 };
 
 struct Rate {

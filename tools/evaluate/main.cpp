@@ -22,7 +22,8 @@ namespace {
 void Usage() {
     fprintf(stderr,
             "usage: evaluate [--quick] [--model FILE] [--json FILE] [--out DIR] [--photos DIR]\n"
-            "                [--negatives PICTURE...]\n");
+            "                [--boxes FILE] [--negatives PICTURE...]\n"
+            "  --boxes FILE  the library's boxes of every frame, a line a frame\n");
 }
 
 void PrintDecode(const char* what, const DecodeTally& d) {
@@ -46,6 +47,8 @@ int main(int argc, char** argv) {
             o.model = argv[++i], negatives = false;
         else if (a == "--json" && hasValue)
             o.json = argv[++i], negatives = false;
+        else if (a == "--boxes" && hasValue)
+            o.boxes = argv[++i], negatives = false;
         else if (a == "--out" && hasValue)
             o.outDir = argv[++i], negatives = false;
         else if (a == "--photos" && hasValue)
@@ -71,6 +74,10 @@ int main(int argc, char** argv) {
     const auto start = std::chrono::steady_clock::now();
 
     Detectors det;
+    if (!o.boxes.empty() && !det.ListBoxesTo(o.boxes)) {
+        fprintf(stderr, "cannot write %s\n", o.boxes.c_str());
+        return 2;
+    }
     const Backgrounds bg = LoadBackgrounds(o.quick);
     DecodeTally sweepDecode, photoDecode;
     std::vector<SheetCase> misses, falses;
