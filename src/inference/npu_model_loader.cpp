@@ -1,5 +1,9 @@
 #include "inference/npu_model_loader.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -55,15 +59,18 @@ uint64_t GetFileLength(char const* path) {
     if (path == nullptr) {
         return 0;
     }
-    FILE* file = fopen(path, "rb");
-    if (file == nullptr) {
+    // Opened without blocking and measured through the descriptor: a FIFO
+    // would otherwise wait for a writer, and a directory or device has no
+    // length worth handing to the adapter. Only a regular file counts.
+    const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    struct stat info = {};
+    if (fd < 0 || fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        if (fd >= 0) close(fd);
         printf("open file %s failed\n", path);
         return 0;
     }
-    fseek(file, 0, SEEK_END);
-    const long length = ftell(file);
-    fclose(file);
-    return length > 0 ? static_cast<uint64_t>(length) : 0;
+    close(fd);
+    return info.st_size > 0 ? static_cast<uint64_t>(info.st_size) : 0;
 }
 
 int ReadFile(char const* path, void* buffer, int size) {
@@ -80,14 +87,19 @@ int ReadFile(char const* path, void* buffer, int size) {
     auto* bytes = static_cast<unsigned char*>(buffer);
     size_t total = 0;
     const size_t want = static_cast<size_t>(size);
-    // Loops until `size` bytes are in: a file that is shorter than its
-    // measured length keeps it reading and reporting.
+    // A short read means the file ended early (replaced or truncated since it
+    // was measured) or could not be read; a further read would add nothing,
+    // so report once and give up rather than wait for bytes that never come.
     for (;;) {
         total += fread(bytes + total, 1, want - total, file);
         if (total == want) {
             break;
         }
         printf("Error: read %lu, but want to read: %d\n", static_cast<unsigned long>(total), size);
+        if (feof(file) || ferror(file)) {
+            fclose(file);
+            return -1;
+        }
         const long position = ftell(file);
         if (position != static_cast<long>(total)) {
             printf("Error: read: %zu pos: %zu", total, static_cast<size_t>(position));

@@ -2,16 +2,24 @@
 
 #include <cstdlib>
 
+#ifndef __ANDROID__
+#include "platform/host/installed_file.h"
+#endif
+
 PlatformPath::operator const char*() const {
 #ifndef __ANDROID__
     const char* value = std::getenv(mOverrideVariable);
     if (value != nullptr && value[0] != '\0') return value;
+    if (const char* installed = InstalledFile(this, mBesideLibrary)) return installed;
 #else
-    (void)mOverrideVariable;  // the device's paths are not negotiable
+    (void)mOverrideVariable;
+    (void)mBesideLibrary;
 #endif
     return mFixed;
 }
 
 // Compiled once per library variant, with the paths given at configure time.
-const PlatformPath kAdapterLibraryPath(SCANCODE_ADAPTER_PATH, "SCANCODE_ADAPTER_PATH");
-const PlatformPath kModelFilePath(SCANCODE_MODEL_PATH, "SCANCODE_MODEL_PATH");
+const PlatformPath kAdapterLibraryPath(SCANCODE_ADAPTER_PATH, "SCANCODE_ADAPTER_PATH",
+                                       SCANCODE_INSTALLED_ADAPTER);
+const PlatformPath kModelFilePath(SCANCODE_MODEL_PATH, "SCANCODE_MODEL_PATH",
+                                  SCANCODE_INSTALLED_MODEL);

@@ -1,7 +1,12 @@
 // LoadNpuModel through the real dlopen path into the scripted adapter.
 #include "inference/npu_model_loader.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
+
+#include <chrono>
 
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +17,7 @@
 #include "log_capture.h"
 #include "platform/fixed_paths.h"
 #include "scripted_session.h"
+#include "watchdog.h"
 
 using namespace scancode_test;
 
@@ -106,6 +112,32 @@ TEST_F(LoadNpuModelTest, EnvironmentOverridesPathsAtLoad) {
     ASSERT_EQ(unsetenv("SCANCODE_ADAPTER_PATH"), 0);
     EXPECT_EQ(std::string(kAdapterLibraryPath), adapter);
     std::remove(other.c_str());
+}
+
+// A model path that names no regular file loads nothing and fails through
+// the adapter's status, without waiting on it (a FIFO has no writer here).
+TEST_F(LoadNpuModelTest, ModelPathThatIsNoRegularFileFails) {
+    const std::string dir = ::testing::TempDir() + "model_as_dir_" + std::to_string(getpid());
+    const std::string fifo = dir + "/fifo";
+    ASSERT_EQ(mkdir(dir.c_str(), 0700), 0);
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    int loads = 0;
+    for (const std::string& path : {dir, fifo}) {
+        ASSERT_EQ(setenv("SCANCODE_MODEL_PATH", path.c_str(), 1), 0);
+        {
+            Watchdog watchdog(std::chrono::seconds(10), "LoadNpuModel of " + path);
+            EXPECT_EQ(Load(), -1) << path;
+        }
+        EXPECT_EQ(stdout_.rfind("open file " + path + " failed\n", 0), 0u) << stdout_;
+        const std::string descriptor =
+            Blob(FindCall("NNModelLoadFromBuffer", loads++), "descriptor");
+        ASSERT_EQ(descriptor.size(), 128u);
+        EXPECT_EQ(At<int32_t>(descriptor, 16), 0) << "model size handed over for " << path;
+        net_.UnloadModel();
+    }
+    ASSERT_EQ(unsetenv("SCANCODE_MODEL_PATH"), 0);
+    std::remove(fifo.c_str());
+    rmdir(dir.c_str());
 }
 
 TEST_F(LoadNpuModelTest, InitFailureReleasesManagerAndWrapper) {

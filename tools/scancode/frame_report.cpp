@@ -1,26 +1,24 @@
 #include "frame_report.h"
 
+#include <cmath>
 #include <cstdio>
 
+#include <nlohmann/json.hpp>
 #include <opencv2/imgproc.hpp>
 
 namespace {
 
 constexpr int kEdgeBand = 80;  // the library ignores codes this close to the frame edge
 
-std::string Escape(const std::string& s) {
-    std::string out;
-    for (char c : s) {
-        if (c == '"' || c == '\\') out += '\\';
-        out += c;
-    }
-    return out;
-}
-
 std::string Format(const char* fmt, double a, double b = 0, double c = 0, double d = 0) {
     char buf[160];
     snprintf(buf, sizeof buf, fmt, a, b, c, d);
     return buf;
+}
+
+// Floats as the few digits they carry, not their binary expansion.
+double Rounded(double value, double step) {
+    return std::round(value / step) * step;
 }
 
 }  // namespace
@@ -31,7 +29,7 @@ void ReadBoxes(const std::vector<std::string>& lines, FrameResult& result) {
         if (sscanf(line.c_str(), "x = %f, y = %f, w = %f, h = %f", &x, &y, &w, &h) != 4) continue;
         const bool listed = x >= kEdgeBand && y >= kEdgeBand && x + w <= result.width - kEdgeBand &&
                             y + h <= result.height - kEdgeBand;
-        result.boxes.push_back({{x, y, w, h}, listed});
+        result.boxes.push_back({{x, y, w, h}, listed, {}});
     }
 }
 
@@ -41,6 +39,7 @@ std::string ToText(const FrameResult& r) {
     for (const DetectedBox& b : r.boxes) {
         s += Format(" [%.0f,%.0f %.0fx%.0f", b.rect.x, b.rect.y, b.rect.width, b.rect.height);
         s += b.listed ? "]" : " edge]";
+        if (r.decoded) s += b.text.empty() ? " (not read)" : " \"" + b.text + "\"";
     }
     s += r.zoomWritten
              ? Format(", bestZoom %.2f maxEdgeRatio %.3f", r.zoom.bestZoom, r.zoom.maxEdgeRatio)
@@ -51,23 +50,27 @@ std::string ToText(const FrameResult& r) {
 }
 
 std::string ToJson(const FrameResult& r) {
-    std::string s = "{\"frame\":\"" + Escape(r.name) + "\",\"width\":" + std::to_string(r.width) +
-                    ",\"height\":" + std::to_string(r.height) + ",\"rc\":" + std::to_string(r.rc) +
-                    ",\"boxes\":[";
-    for (size_t i = 0; i < r.boxes.size(); ++i) {
-        const DetectedBox& b = r.boxes[i];
-        s += i ? "," : "";
-        s += Format("{\"x\":%.3f,\"y\":%.3f,\"w\":%.3f,\"h\":%.3f", b.rect.x, b.rect.y,
-                    b.rect.width, b.rect.height);
-        s += b.listed ? ",\"listed\":true}" : ",\"listed\":false}";
+    nlohmann::json boxes = nlohmann::json::array();
+    for (const DetectedBox& b : r.boxes) {
+        nlohmann::json box = {{"x", Rounded(b.rect.x, 1e-3)},
+                              {"y", Rounded(b.rect.y, 1e-3)},
+                              {"w", Rounded(b.rect.width, 1e-3)},
+                              {"h", Rounded(b.rect.height, 1e-3)},
+                              {"listed", b.listed}};
+        if (r.decoded) box["text"] = b.text.empty() ? nlohmann::json() : nlohmann::json(b.text);
+        boxes.push_back(std::move(box));
     }
-    s += "],\"zoom\":";
-    s += r.zoomWritten ? Format("{\"bestZoom\":%.4f,\"maxEdgeRatio\":%.4f}", r.zoom.bestZoom,
-                                r.zoom.maxEdgeRatio)
-                       : std::string("null");
-    s += r.sentWarp ? ",\"sentWarp\":true" : ",\"sentWarp\":false";
-    s += Format(",\"ms\":%.3f}", r.ms);
-    return s;
+    nlohmann::json j = {{"frame", r.name},
+                        {"width", r.width},
+                        {"height", r.height},
+                        {"rc", r.rc},
+                        {"boxes", boxes}};
+    j["zoom"] = r.zoomWritten ? nlohmann::json{{"bestZoom", Rounded(r.zoom.bestZoom, 1e-4)},
+                                               {"maxEdgeRatio", Rounded(r.zoom.maxEdgeRatio, 1e-4)}}
+                              : nlohmann::json();
+    j["sentWarp"] = r.sentWarp;
+    j["ms"] = Rounded(r.ms, 1e-3);
+    return j.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 cv::Mat Annotate(const cv::Mat& bgr, const FrameResult& r) {

@@ -10,8 +10,9 @@
 #include "scancode.h"
 
 struct DetectedBox {
-    cv::Rect2f rect;  // frame pixels, as the library logged it
-    bool listed;      // clear of the 80-pixel edge band, so used for zoom and straightening
+    cv::Rect2f rect;   // frame pixels, as the library logged it
+    bool listed;       // clear of the 80-pixel edge band, so used for zoom and straightening
+    std::string text;  // the code's text when read (--decode)
 };
 
 struct FrameResult {
@@ -22,13 +23,16 @@ struct FrameResult {
     bool zoomWritten = false;
     ZoomInfoResult zoom{};
     bool sentWarp = false;
-    double ms = 0;  // Process wall time
+    bool decoded = false;  // the boxes' texts were asked for
+    double ms = 0;         // Process wall time
 };
 
 // Fills the boxes of `result` from the library's log lines of one frame.
 void ReadBoxes(const std::vector<std::string>& lines, FrameResult& result);
 
 std::string ToText(const FrameResult& result);
+// One line of JSON. Names that are not valid UTF-8 keep their valid parts,
+// the rest replaced by U+FFFD, so that every line parses.
 std::string ToJson(const FrameResult& result);
 
 // The frame with its boxes (listed green, edge band red) and the suggested

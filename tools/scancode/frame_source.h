@@ -15,20 +15,27 @@ struct Frame {
     std::vector<uint8_t> nv21;
 };
 
+// What Next gave: a frame, an item that could not be read (a picture of a
+// folder, a frame of a video; `error` names it and says why), or the end.
+enum class NextStatus { kFrame, kFailed, kEnd };
+
 class FrameSource {
   public:
     virtual ~FrameSource() = default;
-    // False when there are no more frames.
-    virtual bool Next(Frame& frame) = 0;
+    virtual NextStatus Next(Frame& frame, std::string& error) = 0;
     // Frames in total, or 0 when unknown.
     virtual int Count() const = 0;
 };
 
 // Opens `path`: a picture, a folder of pictures, a video, or a raw NV21 file
-// (".nv21" or ".yuv", which needs `rawSize`). Null with `error` set when the
-// path cannot be read.
+// (".nv21" or ".yuv", which needs `rawSize`). Null with `error` set (naming
+// the path and the reason) when the path cannot be read.
 std::unique_ptr<FrameSource> OpenFrameSource(const std::string& path, cv::Size rawSize,
                                              std::string& error);
+
+// Empty when the library can take frames of `size` (positive, a width that is
+// a multiple of 16, an even height), else why not.
+std::string CheckFrameSize(cv::Size size);
 
 // NV21 of a BGR picture, cut to a width that is a multiple of 16 and an even
 // height (the library's conversions work in 16-pixel steps).

@@ -1,0 +1,239 @@
+// The built tool run as a user runs it, with the real library, adapter and
+// model: exit codes, what goes to stdout and stderr, and the files --out
+// writes, on good and bad inputs of every kind.
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/videoio.hpp>
+
+#include "frame_source.h"
+
+extern char** environ;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kSample = std::string(SCANCODE_SAMPLES_DIR) + "/headon_code_1080p.jpg";
+
+struct ToolRun {
+    int exit = -1;
+    std::string out, err;
+};
+
+std::string Slurp(const fs::path& path) {
+    std::ostringstream s;
+    s << std::ifstream(path, std::ios::binary).rdbuf();
+    return s.str();
+}
+
+class Cli : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        dir_ = fs::path(::testing::TempDir()) /
+               ("cli_" + std::to_string(getpid()) + "_" +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(dir_);
+        fs::create_directories(dir_);
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    // Runs the tool with stdout and stderr in files (not a terminal).
+    ToolRun Tool(const std::vector<std::string>& args) {
+        std::vector<std::string> argvStrings = {SCANCODE_TOOL};
+        argvStrings.insert(argvStrings.end(), args.begin(), args.end());
+        std::vector<char*> argv;
+        for (std::string& a : argvStrings) argv.push_back(a.data());
+        argv.push_back(nullptr);
+        const std::string out = (dir_ / "stdout").string(), err = (dir_ / "stderr").string();
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                         0600);
+        posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                         0600);
+        pid_t pid = 0;
+        ToolRun run;
+        if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0) {
+            int status = 0;
+            waitpid(pid, &status, 0);
+            run.exit = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        }
+        posix_spawn_file_actions_destroy(&actions);
+        run.out = Slurp(out);
+        run.err = Slurp(err);
+        return run;
+    }
+    std::string Write(const std::string& name, const std::string& bytes) {
+        const fs::path path = dir_ / name;
+        fs::create_directories(path.parent_path());
+        std::ofstream(path, std::ios::binary) << bytes;
+        return path.string();
+    }
+    // The sample, cut to `size`, as a picture at `name`.
+    std::string Picture(const std::string& name, cv::Size size = {640, 368}) {
+        cv::Mat picture;
+        cv::resize(cv::imread(kSample), picture, size);
+        const fs::path path = dir_ / name;
+        fs::create_directories(path.parent_path());
+        EXPECT_TRUE(cv::imwrite(path.string(), picture));
+        return path.string();
+    }
+    fs::path dir_;
+};
+
+bool Has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+size_t Lines(const std::string& text) {
+    return std::count(text.begin(), text.end(), '\n');
+}
+
+TEST_F(Cli, UsageAndBadCommandLines) {
+    const std::string file = Write("file", "x");
+    struct Case {
+        std::vector<std::string> args;
+        int exit;
+        const char* out;  // part of stdout, "" for any
+        const char* err;  // part of stderr
+    };
+    const std::vector<Case> cases = {
+        {{"--help"}, 0, "usage: scancode", ""},
+        {{"-h"}, 0, "usage: scancode", ""},
+        {{"--version"}, 0, "scancode " SCANCODE_VERSION " (built ", ""},
+        {{}, 2, "", "usage: scancode"},
+        {{"--bogus", kSample}, 2, "", "unknown option --bogus"},
+        {{"--size", "100x100", kSample}, 2, "", "multiple of 16"},
+        {{"--out", file, kSample}, 2, "", "exists and is not a folder"},
+        {{"--out", file + "/sub", kSample}, 2, "", "cannot create"},
+    };
+    for (const Case& c : cases) {
+        const ToolRun run = Tool(c.args);
+        const std::string what = c.args.empty() ? "(no arguments)" : c.args[0];
+        EXPECT_EQ(run.exit, c.exit) << what << "\n" << run.err;
+        EXPECT_TRUE(Has(run.out, c.out)) << what << ": " << run.out;
+        EXPECT_TRUE(Has(run.err, c.err)) << what << ": " << run.err;
+        if (c.exit == 2) {
+            EXPECT_TRUE(Has(run.err, "usage: scancode") || Has(run.err, "--out")) << run.err;
+            EXPECT_EQ(run.out, "") << what;
+        }
+    }
+}
+
+// Each input that cannot be read is named with its reason; the others are
+// still run, and the exit status says something failed.
+TEST_F(Cli, UnreadableInputsAreNamedAndTheRestRun) {
+    const std::string good = Picture("good.jpg");
+    const std::string folder = (dir_ / "folder").string();
+    Picture("folder/fine.png");
+    const std::string emptyInFolder = Write("folder/empty.jpg", "");
+    const std::string garbageInFolder = Write("folder/garbage.png", "not a picture at all");
+    fs::create_symlink(dir_ / "gone.jpg", dir_ / "folder/dangling.jpg");
+    Write("folder/notes.txt", "ignored: not a picture's name");
+    const std::string missing = (dir_ / "missing.jpg").string();
+    const std::string empty = Write("empty.mp4", "");
+    const std::string garbage = Write("garbage.mp4", std::string(4096, 'x'));
+    const std::string raw = Write("frames.nv21", std::string(640 * 368 * 3 / 2 + 5, '\x80'));
+    const std::string noSize = Write("nosize.yuv", std::string(64, '\x80'));
+    const std::string emptyFolder = (dir_ / "nothing").string();
+    fs::create_directories(emptyFolder);
+
+    const ToolRun rawRun = Tool({"--size", "640x368", raw, good});
+    EXPECT_EQ(rawRun.exit, 1);
+    EXPECT_TRUE(Has(rawRun.err, raw + ": 353285 bytes, not a whole number of 640x368 NV21 frames "
+                                      "of 353280 bytes"))
+        << rawRun.err;
+    EXPECT_EQ(Lines(rawRun.out), 1u) << rawRun.out;
+
+    const ToolRun run =
+        Tool({missing, folder, empty, good, garbage, noSize, emptyFolder, fs::path(good).string()});
+    EXPECT_EQ(run.exit, 1);
+    for (const std::string& named :
+         {missing + ": no such file", emptyInFolder + ": empty file",
+          garbageInFolder + ": not a picture that can be decoded",
+          (dir_ / "folder/dangling.jpg").string() + ": cannot read", empty + ": empty file",
+          garbage + ": not a picture, raw NV21", noSize + ": raw NV21 needs --size",
+          emptyFolder + ": no pictures"}) {
+        EXPECT_TRUE(Has(run.err, named)) << "missing \"" << named << "\" in\n" << run.err;
+    }
+    EXPECT_TRUE(Has(run.err, "8 input(s) could not be read")) << run.err;
+    // fine.png and good.jpg twice.
+    EXPECT_EQ(Lines(run.out), 3u) << run.out;
+    EXPECT_TRUE(Has(run.out, "fine.png: rc ")) << run.out;
+}
+
+// A video's frames and pictures of the same name in two folders each get
+// their own output file, and a normal run says nothing beyond the summary:
+// no messages from the video readers or the library.
+TEST_F(Cli, OutputsAreDistinctAndTheRunIsQuiet) {
+    const std::string video = (dir_ / "clip.avi").string();
+    {
+        cv::Mat picture;
+        cv::resize(cv::imread(kSample), picture, {640, 368});
+        cv::VideoWriter writer(video, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 10,
+                               picture.size());
+        ASSERT_TRUE(writer.isOpened());
+        for (int i = 0; i < 3; ++i) writer.write(picture);
+    }
+    const std::string a = Picture("a/code.jpg"), b = Picture("b/code.jpg", {1280, 720});
+    const fs::path out = dir_ / "out" / "new";
+
+    const ToolRun run = Tool({"--out", out.string(), video, a, b});
+    EXPECT_EQ(run.exit, 0) << run.err;
+    EXPECT_EQ(Lines(run.out), 5u) << run.out;
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(Has(run.out, video + "#" + std::to_string(i) + ": rc"));
+    std::set<std::string> written;
+    for (const auto& entry : fs::directory_iterator(out)) {
+        if (Has(entry.path().filename().string(), ".boxes.jpg")) {
+            written.insert(entry.path().filename().string());
+        }
+    }
+    EXPECT_EQ(written.size(), 5u) << "one annotated picture per frame";
+    // Only the summary line: nothing from OpenCV, GStreamer, FFmpeg or the
+    // library's loader.
+    EXPECT_EQ(Lines(run.err), 1u) << run.err;
+    EXPECT_TRUE(Has(run.err, "5 frame(s)")) << run.err;
+    EXPECT_TRUE(Has(run.err, "warm-up")) << run.err;
+    EXPECT_TRUE(Has(run.err, "median")) << run.err;
+}
+
+TEST_F(Cli, JsonWithDecodedTextAndRawFrames) {
+    Frame frame;
+    ASSERT_TRUE(ToNV21Frame(cv::imread(kSample), frame));
+    const std::string twoFrames(frame.nv21.begin(), frame.nv21.end());
+    const std::string raw = Write("weird \"name\"\\.nv21", twoFrames + twoFrames);
+    const std::string size = std::to_string(frame.width) + "x" + std::to_string(frame.height);
+
+    const ToolRun run = Tool({"--json", "--decode", "--size", size, raw, kSample});
+    EXPECT_EQ(run.exit, 0) << run.err;
+    std::istringstream lines(run.out);
+    std::vector<nlohmann::json> frames;
+    for (std::string line; std::getline(lines, line);) {
+        ASSERT_NO_THROW(frames.push_back(nlohmann::json::parse(line))) << line;
+    }
+    ASSERT_EQ(frames.size(), 3u);
+    EXPECT_EQ(frames[0]["frame"], raw + "#0");
+    EXPECT_EQ(frames[1]["frame"], raw + "#1");
+    for (const nlohmann::json& j : frames) {
+        EXPECT_EQ(j["rc"], 0) << j;
+        ASSERT_FALSE(j["boxes"].empty()) << j;
+        EXPECT_TRUE(j["boxes"][0]["text"].is_string()) << j;
+        EXPECT_EQ(j["boxes"][0]["text"], frames[0]["boxes"][0]["text"]);
+    }
+    EXPECT_EQ(run.err, "") << "--json prints no summary or progress";
+}
+
+}  // namespace
