@@ -6,7 +6,7 @@ namespace scanref {
 namespace {
 
 int RoundUp(int value, int step, int limit) {
-    return std::min(std::max((value + step - 1) / step, 1) * step, limit);
+    return std::min((value + step - 1) / step * step, limit);
 }
 
 }  // namespace
@@ -39,7 +39,7 @@ cv::Size PictureExtent(const uint8_t* planes, int count, int height, int width, 
             }
         }
     }
-    return {RoundUp(cols, step, width), RoundUp(rows, step, height)};
+    return {RoundUp(cols + step, step, width), RoundUp(rows + step, step, height)};
 }
 
 }  // namespace scanref

@@ -14,9 +14,9 @@
 // into (q + zeroPoint) * scale.
 //
 // A model whose header gives a crop step runs on the part of the letterboxed
-// input that holds the picture (a 16:9 frame fills 360 of 640 rows), rounded up
-// to that step; its cells over the rest get code 0, the lowest score, which is
-// what they would say about black padding anyway. Up to 40 % of a pass saved.
+// input that holds the picture and one step more, rounded up to that step (a
+// 16:9 frame fills 360 of 640 rows: 512 are run); its cells over the rest get
+// code 0, the lowest score, which is what they say about black padding anyway.
 //
 // Every failure returns a null handle or a non-zero status and prints one line
 // to stderr; nothing throws across this boundary.

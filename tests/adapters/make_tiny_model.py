@@ -9,8 +9,8 @@ tiny_model.bin, a 2 x 2 RGB input read as planes, two outputs:
 tiny_luma_model.bin, a 2 x 2 RGB input read as luma, one output:
     outputs [1,2,2,1]: (Y)       quantized with scale 1,   zero point 0
 
-tiny_crop_model.bin, a 4 x 4 RGB input read as luma, crop step 2, one output:
-    outputs [1,4,4,1]: (Y)       quantized with scale 1,   zero point -10
+tiny_crop_model.bin, an 8 x 8 RGB input read as luma, crop step 2, one output:
+    outputs [1,8,8,1]: (Y)       quantized with scale 1,   zero point -10
 
 Run: /usr/bin/python3 tests/adapters/make_tiny_model.py
 """
@@ -60,7 +60,7 @@ def write(name, model, outputs, form, side=2, crop_step=0):
 def main():
     write("tiny_model.bin", Tiny(), [("outputs", 3.0, -20), ("_306", 0.5, 0)], export.INPUT_PLANES)
     write("tiny_luma_model.bin", TinyLuma(), [("outputs", 1.0, 0)], export.INPUT_LUMA)
-    write("tiny_crop_model.bin", TinyLuma(), [("outputs", 1.0, -10)], export.INPUT_LUMA, side=4, crop_step=2)
+    write("tiny_crop_model.bin", TinyLuma(), [("outputs", 1.0, -10)], export.INPUT_LUMA, side=8, crop_step=2)
 
 
 if __name__ == "__main__":

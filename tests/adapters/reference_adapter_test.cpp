@@ -203,40 +203,41 @@ TEST_F(ReferenceAdapterTest, HandsALumaModelTheLumaOfTheRgbTensor) {
 }
 
 // A model with a crop step runs on the picture's part of the input only: the
-// rows and columns up to the last non-black one, rounded up to the step. Its
-// output is the luma plus 10 (zero point -10), so a computed black cell reads 10
-// and a skipped one 0.
+// rows and columns up to the last non-black one, plus one step, rounded up to
+// the step. Its output is the luma plus 10 (zero point -10), so a computed black
+// cell reads 10 and a skipped one 0.
 TEST_F(ReferenceAdapterTest, RunsACroppableModelOnThePicturesPartOnly) {
     ASSERT_EQ(Load(ReadAll(TINY_CROP_MODEL_PATH)), 0);
-    void* in = Tensor("inputs", 0, 4, 4, 3);
-    void* out = Tensor("outputs", 0, 4, 4, 1);
+    constexpr int kSide = 8;
+    void* in = Tensor("inputs", 0, kSide, kSide, 3);
+    void* out = Tensor("outputs", 0, kSide, kSide, 1);
     ASSERT_TRUE(in && out);
     const struct {
         const char* what;
         int rows, cols;  // the picture: grey 100 (luma 100) in the top-left corner
         int keptRows, keptCols;
     } cases[] = {
-        {"landscape: top rows", 2, 4, 2, 4},
-        {"rounded up to the step", 1, 3, 2, 4},
-        {"portrait: left columns", 4, 2, 4, 2},
-        {"whole input", 4, 4, 4, 4},
+        {"landscape: top rows", 2, 8, 4, 8},
+        {"rounded up to the step", 1, 3, 4, 6},
+        {"portrait: left columns", 8, 2, 8, 4},
+        {"whole input", 8, 8, 8, 8},
         {"all black: one step still runs", 0, 0, 2, 2},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         auto* px = static_cast<uint8_t*>(a.getData(in));
-        std::memset(px, 0, 4 * 4 * 3);
+        std::memset(px, 0, kSide * kSide * 3);
         for (int r = 0; r < c.rows; ++r)
-            for (int col = 0; col < c.cols; ++col) std::memset(px + (r * 4 + col) * 3, 100, 3);
+            for (int col = 0; col < c.cols; ++col) std::memset(px + (r * kSide + col) * 3, 100, 3);
         void* ins[] = {in};
         void* outs[] = {out};
         ASSERT_EQ(a.run(manager, "codeDetect", ins, 1, outs, 1, 1000), 0);
         const auto* q = static_cast<const uint8_t*>(a.getData(out));
-        for (int r = 0; r < 4; ++r) {
-            for (int col = 0; col < 4; ++col) {
+        for (int r = 0; r < kSide; ++r) {
+            for (int col = 0; col < kSide; ++col) {
                 const bool picture = r < c.rows && col < c.cols;
                 const bool kept = r < c.keptRows && col < c.keptCols;
-                EXPECT_EQ(q[r * 4 + col], kept ? (picture ? 110 : 10) : 0)
+                EXPECT_EQ(q[r * kSide + col], kept ? (picture ? 110 : 10) : 0)
                     << "cell " << r << "," << col;
             }
         }
