@@ -26,15 +26,16 @@ while ((end - SECONDS > 8 * 60)); do
   [ -f "$state" ] && resume=(--resume "$state")
   nice -n 5 "$py" model/train.py "${resume[@]}" --minutes $((left < chunk ? left : chunk)) \
     >>"$logs/train.log" 2>&1
-  step=$("$py" -c "import torch; print(torch.load('$state')['step'])")
-  candidate=model/ckpt/step-$step.bin
+  # a run is named by its data seed
+  name=$("$py" -c "import torch; s = torch.load('$state'); print(f\"seed{s['args']['seed']}-step-{s['step']}\")")
+  candidate=model/ckpt/$name.bin
   "$py" model/export.py --ckpt "$state" --out "$candidate" >/dev/null
   shift_=$("$py" model/calibrate.py --model "$candidate" 2>>"$logs/calibrate.log")
-  echo "step $step: score shift $shift_" >>"$logs/calibrate.log"
+  echo "$name: score shift $shift_" >>"$logs/calibrate.log"
   "$py" model/export.py --ckpt "$state" --out "$candidate" --score-shift "$shift_" >/dev/null
-  bash scripts/evaluate.sh --quick --model "$candidate" --json "$logs/quick-$step.json" \
-    >"$logs/quick-$step.txt" 2>&1
-  "$py" model/log_eval.py "$logs/quick-$step.json" "$candidate" --tsv "$logs/eval.tsv" \
+  bash scripts/evaluate.sh --quick --model "$candidate" --json "$logs/quick-$name.json" \
+    >"$logs/quick-$name.txt" 2>&1
+  "$py" model/log_eval.py "$logs/quick-$name.json" "$candidate" --tsv "$logs/eval.tsv" \
     --best model/codeDetect_quantized.bin
   done_steps=$("$py" -c "import torch; s = torch.load('$state'); print(int(s['step'] >= s['args']['total_steps']))")
   ((done_steps)) && break
