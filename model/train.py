@@ -109,6 +109,8 @@ def _render_to_cache(job):
 
 
 def _worker_init():
+    # a worker ends when the pool terminates it, whatever its parent does on SIGTERM
+    signal.signal(signal.SIGTERM, signal.SIG_DFL)
     os.nice(5)
     import cv2
     cv2.setNumThreads(1)
@@ -333,7 +335,7 @@ def main(argv=None):
     # A stop asked for from outside (kill, the end of a session) finishes the step
     # and saves, so nothing trained is lost.
     stop = []
-    signal.signal(signal.SIGTERM, lambda *_: stop.append(True))
+    previous = signal.signal(signal.SIGTERM, lambda *_: stop.append(True))
     model.train()
     try:
         while step < end_step and time.time() - start < args.minutes * 60 and not stop:
@@ -361,6 +363,7 @@ def main(argv=None):
                 last_save = time.time()
     finally:
         stream.close()
+        signal.signal(signal.SIGTERM, previous)
     save_state(args.state, model, opt, step, rng, args)
     print(f"stopped at step {step} of {args.total_steps}: {stream.available(step)} frames, "
           f"{(time.time() - start) / 60:.1f} min, {waited:.0f} s waiting for frames", flush=True)
