@@ -30,6 +30,16 @@ const Case kCases[] = {
     {{1280, 960}, 90, 20, 30, 135, Surface::kPlain, 7},
 };
 
+// Every QR code zxing-cpp reads in the frame's luma.
+ZXing::Results ReadQrCodes(const cv::Mat& bgr) {
+    cv::Mat luma;
+    cv::cvtColor(bgr, luma, cv::COLOR_BGR2GRAY);
+    const ZXing::ImageView view(luma.data, luma.cols, luma.rows, ZXing::ImageFormat::Lum);
+    ZXing::DecodeHints hints;
+    hints.setFormats(ZXing::BarcodeFormat::QRCode);
+    return ZXing::ReadBarcodes(view, hints);
+}
+
 TEST(SceneRenderTest, ZxingFindsEachCodeAtItsTruthCorners) {
     cv::Mat desk(1400, 2200, CV_8UC3);
     cv::randu(desk, cv::Scalar::all(60), cv::Scalar::all(140));
@@ -50,12 +60,7 @@ TEST(SceneRenderTest, ZxingFindsEachCodeAtItsTruthCorners) {
         ASSERT_EQ(scene.truths.size(), 1u);
         EXPECT_NEAR(std::max(scene.truths[0].width, scene.truths[0].height), c.side, 1e-3);
 
-        cv::Mat luma;
-        cv::cvtColor(scene.frame, luma, cv::COLOR_BGR2GRAY);
-        const ZXing::ImageView view(luma.data, luma.cols, luma.rows, ZXing::ImageFormat::Lum);
-        ZXing::DecodeHints hints;
-        hints.setFormats(ZXing::BarcodeFormat::QRCode);
-        const ZXing::Results results = ZXing::ReadBarcodes(view, hints);
+        const ZXing::Results results = ReadQrCodes(scene.frame);
         ASSERT_EQ(results.size(), 1u);
         const ZXing::ByteArray& bytes = results[0].bytes();
         EXPECT_EQ(std::string(bytes.begin(), bytes.end()), code.text.bytes);
@@ -95,12 +100,7 @@ TEST(SceneRenderTest, CodesSideBySideAreEachAtTheirTruth) {
     }
     const Scene scene = RenderScene(setup);
     ASSERT_EQ(scene.truths.size(), 3u);
-    cv::Mat luma;
-    cv::cvtColor(scene.frame, luma, cv::COLOR_BGR2GRAY);
-    const ZXing::ImageView view(luma.data, luma.cols, luma.rows, ZXing::ImageFormat::Lum);
-    ZXing::DecodeHints hints;
-    hints.setFormats(ZXing::BarcodeFormat::QRCode);
-    const ZXing::Results results = ZXing::ReadBarcodes(view, hints);
+    const ZXing::Results results = ReadQrCodes(scene.frame);
     ASSERT_EQ(results.size(), 3u);
     for (const ZXing::Result& r : results) {
         const ZXing::ByteArray& bytes = r.bytes();
