@@ -295,15 +295,102 @@ def pattern(rng, w, h):
     return (a * mask + b * (1 - mask)).clip(0, 255).astype(np.uint8)
 
 
+def sprite(rng, size):
+    """Pixel art: a mirrored blob of a few flat colours with a dark outline, now and
+    then drawn as an isometric tile, as icons and game sprites are."""
+    n = int(rng.integers(5, 17))
+    half = rng.random((n, (n + 1) // 2)) < rng.uniform(0.4, 0.8)
+    shape = np.concatenate([half, half[:, : n // 2][:, ::-1]], axis=1).astype(np.uint8)
+    pal = rng.uniform(0, 255, (int(rng.integers(2, 6)), 3))
+    colours = pal[rng.integers(0, len(pal), (n, n))]
+    if rng.random() < 0.5:  # symmetric colouring too
+        colours[:, n - n // 2:] = colours[:, : n // 2][:, ::-1]
+    shape = np.pad(shape, 1)
+    colours = np.pad(colours, ((1, 1), (1, 1), (0, 0)))
+    outline = cv2.dilate(shape, np.ones((3, 3), np.uint8)) - shape
+    img = np.where(shape[..., None] > 0, colours, 0.0)
+    img = np.where(outline[..., None] > 0, rng.uniform(0, 60), img).astype(np.float32)
+    mask = ((shape + outline) > 0).astype(np.uint8) * 255
+    big = int(max(size, n + 2))
+    img = cv2.resize(img, (big, big), interpolation=cv2.INTER_NEAREST)
+    mask = cv2.resize(mask, (big, big), interpolation=cv2.INTER_NEAREST)
+    if rng.random() < 0.4:  # isometric: turned 45 degrees and squashed to half height
+        m = cv2.getRotationMatrix2D((big / 2, big / 2), 45, 0.7)
+        m[1] *= 0.55
+        m[1, 2] += big * 0.2
+        img = cv2.warpAffine(img, m, (big, big), flags=cv2.INTER_NEAREST)
+        mask = cv2.warpAffine(mask, m, (big, big), flags=cv2.INTER_NEAREST)
+    return img.clip(0, 255).astype(np.uint8), mask
+
+
+def coin(rng, size):
+    """A coin seen from above: a metal disc with a rim and relief, the relief taken from
+    the edges of a photo so that it has a picture's irregular detail."""
+    size = int(max(size, 8))
+    tone = rng.uniform(90, 230) * rng.uniform(0.85, 1.1, 3)
+    img = np.empty((size, size, 3), np.float32)
+    img[:] = tone
+    src = photo_background(rng, size, size)
+    if src is not None:
+        g = cv2.cvtColor(src, cv2.COLOR_RGB2GRAY).astype(np.float32)
+        relief = g - cv2.GaussianBlur(g, (0, 0), max(1.0, size / 20))
+        img += rng.uniform(1.0, 3.0) * relief[..., None]
+    c, r = size / 2, size / 2 - 1
+    yy, xx = np.mgrid[0:size, 0:size].astype(np.float32)
+    d = np.hypot(xx - c + 0.5, yy - c + 0.5)
+    img *= (1 - 0.35 * (np.abs(d - r * 0.88) < max(1.0, size / 25)))[..., None]  # the rim's groove
+    img *= (1.15 - 0.3 * (xx + yy) / (2 * size))[..., None]  # light from one side
+    mask = (np.clip(r - d + 0.5, 0, 1) * 255).astype(np.uint8)
+    return img.clip(0, 255).astype(np.uint8), mask
+
+
+def scatter(rng, w, h):
+    """Many small things on a plain surface: sprites, coins, photo thumbnails and
+    glyphs of 12 to 90 input pixels. A lone small square of detail on a quiet
+    background is what a small code looks like, so these are the look-alikes a
+    detector must learn to refuse."""
+    surface = np.empty((h, w, 3), np.uint8)
+    surface[:] = rng.uniform(0, 255) + rng.uniform(-40, 40, 3)
+    if rng.random() < 0.4:
+        surface = cv2.addWeighted(surface, 0.5, procedural_background(rng, w, h), 0.5, 0)
+    s = letterbox_scale(w, h)
+    kind_odds = rng.dirichlet(np.ones(4))
+    for _ in range(int(rng.integers(8, 60))):
+        size = int(math.exp(rng.uniform(math.log(12), math.log(90))) / s)
+        kind = int(rng.choice(4, p=kind_odds))
+        if kind == 0:
+            img, mask = sprite(rng, size)
+        elif kind == 1:
+            img, mask = coin(rng, size)
+        elif kind == 2:
+            img = photo_background(rng, size, size)
+            if img is None:
+                continue
+            mask = None
+        else:
+            img = np.empty((size, size, 3), np.uint8)
+            img[:] = rng.uniform(0, 255, 3)
+            cv2.putText(img, random_text(rng, 1, 2), (int(size * 0.1), int(size * 0.85)), int(rng.integers(0, 8)),
+                        size / 30.0, tuple(float(v) for v in rng.uniform(0, 255, 3)), max(1, size // 12))
+            mask = None
+        sh, sw = img.shape[:2]
+        q = tilted_square(rng, 30)
+        quad = q * (max(sw, sh) / (q.max(axis=0) - q.min(axis=0)).max()) + [rng.uniform(0, w), rng.uniform(0, h)]
+        paste_warped(surface, img, np.array([[0, 0], [sw, 0], [sw, sh], [0, sh]], np.float32), quad, mask)
+    return surface
+
+
 def background(rng, w, h):
-    """Half natural photos, a quarter man-made patterns (warped like a surface seen at
-    an angle), a quarter smooth procedural clutter."""
+    """Natural photos (45 %), man-made patterns warped like a surface seen at an angle
+    (20 %), small things scattered on a surface (15 %), smooth procedural clutter."""
     kind = rng.random()
-    if kind < 0.5:
+    if kind < 0.45:
         img = photo_background(rng, w, h)
         if img is not None:
             return img
-    if kind < 0.75:
+    if kind < 0.6:
+        return scatter(rng, w, h)
+    if kind < 0.8:
         img = pattern(rng, w, h)
         if rng.random() < 0.5:
             q = tilted_square(rng, 50)

@@ -23,9 +23,13 @@ end=$((SECONDS + minutes * 60))
 while ((end - SECONDS > 8 * 60)); do
   left=$(((end - SECONDS) / 60 - 4))
   resume=()
-  [ -f "$state" ] && resume=(--resume "$state")
+  seed=1 # a new run's
+  if [ -f "$state" ]; then
+    resume=(--resume "$state")
+    seed=$("$py" -c "import torch; print(torch.load('$state')['args']['seed'])")
+  fi
   nice -n 5 "$py" model/train.py "${resume[@]}" --minutes $((left < chunk ? left : chunk)) \
-    >>"$logs/train.log" 2>&1
+    >>"$logs/seed$seed-run.log" 2>&1
   # a run is named by its data seed
   name=$("$py" -c "import torch; s = torch.load('$state'); print(f\"seed{s['args']['seed']}-step-{s['step']}\")")
   candidate=model/ckpt/$name.bin
