@@ -62,8 +62,8 @@ OutputBuffer TypicalFrame() {
 OutputBuffer AllCellsPass(int levels, float logSize) {
     OutputBuffer b;
     std::mt19937 rng(2);
-    for (int h = 0; h < 5; ++h) {
-        const int g = scancode_test::kHeadGeometry[h].grid;
+    for (int h = 0; h < detector_layout::kHeadCount; ++h) {
+        const int g = detector_layout::kHeads[h].Grid();
         for (int r = 0; r < g; ++r) {
             for (int c = 0; c < g; ++c) {
                 b.SetCell(h, r, c, logSize, logSize, logSize, logSize,

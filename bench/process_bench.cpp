@@ -9,14 +9,17 @@
 #include "detect/postprocess_calculator.h"
 #include "e2e_support.h"
 #include "entry/color_convert.h"
-#include "entry/qr_code_manager.h"
+#include "detect/qr_code_manager.h"
 #include "inference/code_detect.h"
+#include "inference/detector_layout.h"
 #include "inference/quantize.h"
 #include "inference/tensor_convert.h"
 #include "qr_render.h"
 #include "scancode.h"
 
 namespace {
+
+constexpr int kSide = detector_layout::kInputSide;
 
 using namespace scancode_test;
 
@@ -62,7 +65,7 @@ cv::Mat DecodedFrame(bool tilted) {
 }
 
 std::vector<float> Dequantized(const OutputMaps& maps) {
-    std::vector<float> out(kCodeDetectOutputFloats);
+    std::vector<float> out(detector_layout::kOutputValues);
     size_t at = 0;
     for (int i = 0; i < 5; ++i) {
         const std::vector<uint8_t>& q = maps.map(i);
@@ -105,14 +108,14 @@ void BM_Stage_Letterbox(benchmark::State& state) {  // resize, pad and float con
     Handle();
     cv::Mat frame = DecodedFrame(false);
     for (auto _ : state) {
-        ResizePaddingRegular(frame, g_codeManager.inputImg, 640, 640, 0);
+        ResizePaddingRegular(frame, g_codeManager.inputImg, kSide, kSide, 0);
         benchmark::ClobberMemory();
     }
 }
 BENCHMARK(BM_Stage_Letterbox)->Unit(benchmark::kMicrosecond);
 
 void BM_Stage_FloatConversion(benchmark::State& state) {  // the float part of the letterbox
-    cv::Mat padded(640, 640, CV_8UC3, cv::Scalar(90, 90, 90)), input(640, 640, CV_32FC3);
+    cv::Mat padded(kSide, kSide, CV_8UC3, cv::Scalar(90, 90, 90)), input(kSide, kSide, CV_32FC3);
     for (auto _ : state) {
         padded.convertTo(input, CV_32FC3, 1.0, 0.0);
         benchmark::ClobberMemory();
@@ -121,7 +124,7 @@ void BM_Stage_FloatConversion(benchmark::State& state) {  // the float part of t
 BENCHMARK(BM_Stage_FloatConversion)->Unit(benchmark::kMicrosecond);
 
 void BM_Stage_Quantize(benchmark::State& state) {
-    std::vector<float> in(640 * 640 * 3, 90.0f);
+    std::vector<float> in(detector_layout::kInputFloats, 90.0f);
     std::vector<uint8_t> out(in.size());
     for (auto _ : state) {
         QuantizePixelBlocks(in.data(), out.data(), in.size());
@@ -140,7 +143,7 @@ void BM_Stage_PostProcess(benchmark::State& state) {
     const std::vector<float> output = Dequantized(GetScene(true).maps);
     CodeDetectPostprocesCalculator post;
     for (auto _ : state) {
-        float* buffer = new float[kCodeDetectOutputFloats];  // PostProcess releases it
+        float* buffer = new float[detector_layout::kOutputValues];  // PostProcess releases it
         std::copy(output.begin(), output.end(), buffer);
         std::vector<cv::Rect> boxes;
         int count = 0;

@@ -9,14 +9,16 @@
 #include <cstring>
 #include <vector>
 
-#include "inference/code_detect.h"
+#include "inference/detector_layout.h"
 #include "inference/quantize.h"
 #include "inference/tensor_convert.h"
 
 namespace {
 
-constexpr size_t kInputFloats = 640 * 640 * 3;  // 1,228,800
-constexpr int kOutputElements[5] = {38400, 9600, 2400, 600, 150};
+using detector_layout::kHeadCount;
+using detector_layout::kHeads;
+constexpr size_t kInputFloats = detector_layout::kInputFloats;  // 1,228,800
+constexpr size_t kOutputFloats = detector_layout::kOutputValues;
 
 std::vector<float> PixelInput() {
     std::vector<float> in(kInputFloats);
@@ -64,36 +66,36 @@ BENCHMARK(BM_MemcpyInput);
 
 void BM_DequantizeOutputs(benchmark::State& state) {
     std::vector<std::vector<uint8_t>> heads;
-    for (int n : kOutputElements) {
+    for (const detector_layout::Head& h : kHeads) {
+        const int n = h.Values();
         std::vector<uint8_t> head(n);
         for (int k = 0; k < n; ++k) head[k] = static_cast<uint8_t>(k * 31);
         heads.push_back(head);
     }
-    std::vector<float> out(kCodeDetectOutputFloats);
+    std::vector<float> out(kOutputFloats);
     for (auto _ : state) {
-        size_t offset = 0;
-        for (int i = 0; i < 5; ++i) {
-            Uint8ToFP32(kOutputElements[i], heads[i].data(), out.data() + offset,
-                        kCodeDetectZeroPoints[i], kCodeDetectScales[i]);
-            offset += kOutputElements[i];
+        for (int i = 0; i < kHeadCount; ++i) {
+            Uint8ToFP32(kHeads[i].Values(), heads[i].data(),
+                        out.data() + detector_layout::OutputOffset(i), kHeads[i].zeroPoint,
+                        kHeads[i].scale);
         }
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }
-    state.SetBytesProcessed(state.iterations() * kCodeDetectOutputFloats * sizeof(float));
+    state.SetBytesProcessed(state.iterations() * kOutputFloats * sizeof(float));
 }
 BENCHMARK(BM_DequantizeOutputs);
 
 // The 204,600 bytes of float output, copied.
 void BM_MemcpyOutputs(benchmark::State& state) {
-    std::vector<float> in(kCodeDetectOutputFloats, 1.0f);
-    std::vector<float> out(kCodeDetectOutputFloats);
+    std::vector<float> in(kOutputFloats, 1.0f);
+    std::vector<float> out(kOutputFloats);
     for (auto _ : state) {
-        memcpy(out.data(), in.data(), kCodeDetectOutputFloats * sizeof(float));
+        memcpy(out.data(), in.data(), kOutputFloats * sizeof(float));
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }
-    state.SetBytesProcessed(state.iterations() * kCodeDetectOutputFloats * sizeof(float));
+    state.SetBytesProcessed(state.iterations() * kOutputFloats * sizeof(float));
 }
 BENCHMARK(BM_MemcpyOutputs);
 

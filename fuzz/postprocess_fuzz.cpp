@@ -11,12 +11,13 @@
 
 #include "detect/postprocess_calculator.h"
 #include "fuzz_support.h"
+#include "inference/detector_layout.h"
 #include "literal_postprocess.h"
 
 namespace {
 
-constexpr int kFloats = 51150;
-constexpr int kCells = kFloats / 6;
+constexpr int kFloats = detector_layout::kOutputValues;
+constexpr int kCells = kFloats / detector_layout::kValuesPerCell;
 
 // The literal sort and suppression are quadratic; beyond this many kept cells
 // only the library runs.

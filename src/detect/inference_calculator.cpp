@@ -1,6 +1,7 @@
 #include "detect/code_detect_graph.h"
-#include "entry/qr_code_manager.h"
+#include "detect/qr_code_manager.h"
 #include "inference/code_detect.h"
+#include "inference/detector_layout.h"
 #include "platform/log.h"
 #include "scancode.h"
 
@@ -18,9 +19,10 @@ int CodeDetectInferenceCalculator::InferenceProcess(cv::Mat& frame, float*& outp
         return -1;
     }
     delete[] outputBuffer;
-    outputBuffer = new float[kCodeDetectOutputFloats];
+    outputBuffer = new float[detector_layout::kOutputValues];
 
-    ResizePaddingRegular(frame, g_codeManager.inputImg, 640, 640, 0);
+    ResizePaddingRegular(frame, g_codeManager.inputImg, detector_layout::kInputSide,
+                         detector_layout::kInputSide, 0);
     float* inputData = reinterpret_cast<float*>(g_codeManager.inputImg.data);
     if (inputData == nullptr) {
         LOGE("code detect inputData is null");  // the detector's own result decides
@@ -29,7 +31,7 @@ int CodeDetectInferenceCalculator::InferenceProcess(cv::Mat& frame, float*& outp
          g_codeManager.inputImg.rows, g_codeManager.inputImg.channels(),
          g_codeManager.inputImg.type());
 
-    const int ret = detector->CodeDetect(inputData, outputBuffer, kCodeDetectOutputFloats);
+    const int ret = detector->CodeDetect(inputData, outputBuffer, detector_layout::kOutputValues);
     LOGD("addr of outputBuffer is %p", static_cast<void*>(outputBuffer));
     // The host may raise the flag from any thread; it is read once per frame.
     if (__atomic_load_n(&g_cancelRun, __ATOMIC_RELAXED)) {

@@ -15,11 +15,14 @@
 #include <vector>
 
 #include "detect/postprocess_calculator.h"
+#include "inference/detector_layout.h"
 #include "platform/log.h"
 
 namespace {
 
-constexpr float kInputSide = 640.0f;
+using detector_layout::kValuesPerCell;
+
+constexpr float kInputSide = static_cast<float>(detector_layout::kInputSide);
 
 // Logit of a probability of 0.3, compared in double. Comparing against the
 // logit spares the sigmoid, and rejected cells cost no exponential at all.
@@ -38,20 +41,10 @@ constexpr int kMaxListedPositions = 1000;
 // Boxes closer than this to a frame edge are counted but not listed.
 constexpr float kEdgeBand = 80.0f;
 
-constexpr int kValuesPerCell = 6;
-
-struct Head {
-    int grid;    // cells per side
-    int stride;  // input pixels per cell
-    int offset;  // first float in the output buffer
-    const char* countFormat;
-};
-
-constexpr Head kHeads[] = {
-    {80, 8, 0, "validCount0 is %d"},      {40, 16, 38400, "validCount1 is %d"},
-    {20, 32, 48000, "validCount2 is %d"}, {10, 64, 50400, "validCount3 is %d"},
-    {5, 128, 51000, "validCount4 is %d"},
-};
+// The debug line each head's candidate count is logged with.
+constexpr const char* kCountFormats[detector_layout::kHeadCount] = {
+    "validCount0 is %d", "validCount1 is %d", "validCount2 is %d", "validCount3 is %d",
+    "validCount4 is %d"};
 
 // Enough for an ordinary frame, so the candidate lists grow at most rarely.
 constexpr size_t kTypicalCandidates = 64;
@@ -85,7 +78,7 @@ int CodeDetectPostprocesCalculator::process(float* head, int gridRows, int gridC
             boxes.push_back(cy - e1);
             boxes.push_back(std::exp(cell[2]) + e0);
             boxes.push_back(std::exp(cell[3]) + e1);
-            scores.push_back(cell[4]);
+            scores.push_back(cell[detector_layout::kScoreValue]);
             classIds.push_back(0);
             ++count;
         };
@@ -93,7 +86,7 @@ int CodeDetectPostprocesCalculator::process(float* head, int gridRows, int gridC
         // and visit only the set bits, in column order.
         int c = 0;
         for (; c + 8 <= gridCols; c += 8) {
-            const float* logit = row + static_cast<size_t>(c) * kValuesPerCell + 4;
+            const float* logit = row + static_cast<size_t>(c) * kValuesPerCell + detector_layout::kScoreValue;
             unsigned mask = 0;
             for (int j = 0; j < 8; ++j) {
                 mask |= static_cast<unsigned>(logit[j * kValuesPerCell] >= kMinScoreLogitF) << j;
@@ -101,7 +94,7 @@ int CodeDetectPostprocesCalculator::process(float* head, int gridRows, int gridC
             for (; mask != 0; mask &= mask - 1) keep(c + __builtin_ctz(mask));
         }
         for (; c < gridCols; ++c) {
-            if (row[static_cast<size_t>(c) * kValuesPerCell + 4] >= kMinScoreLogitF) keep(c);
+            if (row[static_cast<size_t>(c) * kValuesPerCell + detector_layout::kScoreValue] >= kMinScoreLogitF) keep(c);
         }
     }
     return count;
@@ -124,10 +117,11 @@ int CodeDetectPostprocesCalculator::PostProcess(int cols, int rows, float* outpu
     scores.reserve(kTypicalCandidates);
     classIds.reserve(kTypicalCandidates);
     int n = 0;
-    for (const Head& h : kHeads) {
-        const int kept = process(output ? output + h.offset : nullptr, h.grid, h.grid, h.stride,
-                                 candidates, scores, classIds);
-        LOGD(h.countFormat, kept);
+    for (int i = 0; i < detector_layout::kHeadCount; ++i) {
+        const detector_layout::Head& h = detector_layout::kHeads[i];
+        const int kept = process(output ? output + detector_layout::OutputOffset(i) : nullptr,
+                                 h.Grid(), h.Grid(), h.stride, candidates, scores, classIds);
+        LOGD(kCountFormats[i], kept);
         n += kept;
     }
     delete[] output;

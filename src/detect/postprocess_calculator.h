@@ -27,7 +27,7 @@ class CodeDetectPostprocesCalculator {
     int zoomCalculate(int cols, int rows, std::vector<cv::Rect>& boxes, const QRRatioInfo& limits,
                       ZoomInfoResult& result, bool& noZoomNeeded);
 
-    // Straightening (src/warp/warp_process.cpp).
+    // Straightening (warp_steps.cpp, handing over to warp/warp_process.h).
     int warpQRProcess(cv::Mat& frame, const std::vector<cv::Rect>& boxes, WarpInfo& warpInfo,
                       std::vector<QRInformation>& qrInfos);
     int warpAlgo(std::vector<cv::Mat>& crops, std::vector<WarpResult>& results,

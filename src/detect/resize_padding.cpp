@@ -3,7 +3,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "detect/code_detect_graph.h"
-#include "entry/qr_code_manager.h"
+#include "detect/qr_code_manager.h"
 #include "platform/log.h"
 
 void ResizePaddingRegular(cv::Mat& src, cv::Mat& dst, int width, int height, int /*unused*/) {

@@ -1,7 +1,8 @@
 // The exported entry functions and the library-wide globals. The globals are
 // defined here, in this order, so that they are built in it at load and torn
-// down in reverse at unload: the manager (which deletes the detector) outlives
-// the images that frames are decoded into.
+// down in reverse at unload. The manager (detect/, which deletes the detector)
+// is built before any of them and outlives the images frames are decoded into
+// (the object order in CMakeLists.txt).
 #include "entry/qr_api.h"
 
 #include <atomic>
@@ -14,10 +15,9 @@
 
 #include "detect/postprocess_calculator.h"
 #include "entry/color_convert.h"
-#include "entry/qr_code_manager.h"
+#include "detect/qr_code_manager.h"
 #include "platform/log.h"
 
-QRCodeManager g_codeManager;
 std::vector<cv::Rect> rect2;
 cv::Mat gOutFrame;
 cv::Mat rgbImg;
@@ -26,7 +26,6 @@ bool isFirstProcess = false;
 bool isDebug = false;
 int32_t gFrameCount = 0;
 bool g_cancelRun = false;
-bool g_StopEngineFlag = false;
 unsigned char mask[128] = {};
 
 namespace {

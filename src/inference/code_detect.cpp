@@ -7,10 +7,11 @@
 #include "inference/tensor_convert.h"
 #include "platform/log.h"
 
-const int kCodeDetectZeroPoints[5] = {-189, -221, -178, -168, -255};
-const float kCodeDetectScales[5] = {0.06613318622112274f, 0.15657134354114532f,
-                                    0.07030908763408661f, 0.07131850719451904f,
-                                    0.0829123929142952f};
+namespace {
+
+constexpr int kInputBytes = detector_layout::kInputFloats * static_cast<int>(sizeof(float));
+
+}  // namespace
 
 int CodeDetectbase::Init() {
     return 0;
@@ -38,7 +39,7 @@ int CodeDetectbase::DoCodeDetect(Network& net, float* in, float* out, int /*n*/)
     net.GetInputOutputShape(inShapes.get(), outShapes.get(), inputs, outputs);
 
     float* inputBuffer = net.GetInputBuffer(0);
-    if (memcpy_s(inputBuffer, kCodeDetectInputBytes, in, kCodeDetectInputBytes) != 0) {
+    if (memcpy_s(inputBuffer, kInputBytes, in, kInputBytes) != 0) {
         LOGE("memcpy_s FAIL");
         return -1;
     }
@@ -57,7 +58,7 @@ int CodeDetectbase::DoCodeDetect(Network& net, float* in, float* out, int /*n*/)
     }
 
     size_t offset = 0;
-    for (int i = 0; i < outputs && i < 5; ++i) {
+    for (int i = 0; i < outputs && i < detector_layout::kHeadCount; ++i) {
         const unsigned char* quantized = net.GetOutputUint8Buffer(i, nullptr);
         if (quantized == nullptr) {
             LOGI("confOutputBuffer get nullptr");
@@ -68,8 +69,8 @@ int CodeDetectbase::DoCodeDetect(Network& net, float* in, float* out, int /*n*/)
         // Straight into the caller's array: going through a temporary array
         // would only move the same bytes once more.
         if (out != nullptr) {
-            Uint8ToFP32(count, quantized, out + offset, kCodeDetectZeroPoints[i],
-                        kCodeDetectScales[i]);
+            const detector_layout::Head& head = detector_layout::kHeads[i];
+            Uint8ToFP32(count, quantized, out + offset, head.zeroPoint, head.scale);
         }
         offset += static_cast<size_t>(count > 0 ? count : 0);
     }

@@ -1,7 +1,8 @@
 // The code detector: one 640 x 640 x 3 float image in, the five dequantized
-// output maps (51150 floats) out.
+// output maps (51150 floats) out (inference/detector_layout.h).
 #pragma once
 
+#include "inference/detector_layout.h"
 #include "inference/npu_network.h"
 
 class CodeDetectbase {
@@ -38,13 +39,3 @@ class CodeDetectNpu : public CodeDetectbase {
 
 // A new CodeDetectNpu; the caller owns it.
 CodeDetectbase* GetCodeDetect();
-
-// Floats in the detector's output: five maps of 6 values per cell.
-constexpr int kCodeDetectOutputFloats = 51150;
-// Bytes of the detector's input: 640 x 640 x 3 floats.
-constexpr int kCodeDetectInputBytes = 640 * 640 * 3 * 4;
-
-// Dequantization of output i: (q + kCodeDetectZeroPoints[i]) x kCodeDetectScales[i].
-// These are the output quantization parameters of the model file.
-extern const int kCodeDetectZeroPoints[5];
-extern const float kCodeDetectScales[5];

@@ -2,9 +2,16 @@
 
 #include <cstring>
 
+#include "inference/detector_layout.h"
+
 const std::vector<std::string> gModelTypeNames = {"codeDetect", "resolution", "clarityEvaluation"};
 
 namespace {
+
+using detector_layout::kHeads;
+using detector_layout::kInputChannels;
+using detector_layout::kInputSide;
+using detector_layout::kValuesPerCell;
 
 struct ModelShapes {
     int inputNum;
@@ -16,9 +23,13 @@ struct ModelShapes {
 // One row per type up to PATCH_SCORE, shapes in N, C, H, W order.
 constexpr ModelShapes kModelShapes[] = {
     {1,
-     5,
-     {1, 3, 640, 640},
-     {{1, 6, 80, 80}, {1, 6, 40, 40}, {1, 6, 20, 20}, {1, 6, 10, 10}, {1, 6, 5, 5}}},
+     detector_layout::kHeadCount,
+     {1, kInputChannels, kInputSide, kInputSide},
+     {{1, kValuesPerCell, kHeads[0].Grid(), kHeads[0].Grid()},
+      {1, kValuesPerCell, kHeads[1].Grid(), kHeads[1].Grid()},
+      {1, kValuesPerCell, kHeads[2].Grid(), kHeads[2].Grid()},
+      {1, kValuesPerCell, kHeads[3].Grid(), kHeads[3].Grid()},
+      {1, kValuesPerCell, kHeads[4].Grid(), kHeads[4].Grid()}}},
     {1, 1, {1, 1, 192, 192}, {{1, 1, 1, 1}}},
     {1, 1, {1, 1, 192, 192}, {{1, 1, 384, 384}}},
     {1, 1, {1, 3, 96, 96}, {{1, 1, 1, 5}}},

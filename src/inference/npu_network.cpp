@@ -4,11 +4,15 @@
 #include <cstring>
 #include <new>
 
+#include "inference/detector_layout.h"
 #include "inference/quantize.h"
 #include "platform/log.h"
 
-const char* const kInputTensorName = "inputs";
-const char* const kOutputTensorNames[kMaxOutputs] = {"outputs", "_306", "_328", "_350", "_372"};
+const char* const kInputTensorName = detector_layout::kInputName;
+const char* const kOutputTensorNames[kMaxOutputs] = {
+    detector_layout::kHeads[0].name, detector_layout::kHeads[1].name,
+    detector_layout::kHeads[2].name, detector_layout::kHeads[3].name,
+    detector_layout::kHeads[4].name};
 
 namespace {
 

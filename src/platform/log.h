@@ -15,7 +15,12 @@
 
 #define SCANCODE_LOG_TAG "SCAN_CODE_LIB_MSG"
 
-// Decided once at load from system properties (see diagnostics.cpp).
+// Reads the switch from "persist.sys.Quarn.debug.on" and
+// "ro.logsystem.usertype": on only for "1" together with "3" or "5", each a
+// one-character value.
+bool ReadDebugSwitch();
+
+// The debug switch, read once at load (ReadDebugSwitch).
 extern bool gDebugLogOn;
 
 #define LOGD(...)                                                                   \
@@ -32,6 +37,10 @@ extern thread_local timeval gSyncTimeEnd;
 // Records the end mark and, with the debug switch on, prints the elapsed time
 // since `start` in milliseconds.
 void LogSyncTime(const char* label, const timeval& start);
+
+// Elapsed milliseconds between two marks, in the single-precision arithmetic
+// the timing lines have always used.
+float ElapsedMs(const timeval& start, const timeval& end);
 
 inline timeval TimeMark() {
     timeval t;

@@ -4,10 +4,10 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "detect/postprocess_calculator.h"
 #include "platform/log.h"
 #include "warp/line.h"
 #include "warp/rectify.h"
+#include "warp/warp_process.h"
 
 namespace {
 
@@ -49,10 +49,8 @@ bool isInside(const cv::Rect& r, const cv::Mat& frame) {
 
 }  // namespace
 
-int CodeDetectPostprocesCalculator::warpQRProcess(cv::Mat& frame,
-                                                  const std::vector<cv::Rect>& boxes,
-                                                  WarpInfo& warpInfo,
-                                                  std::vector<QRInformation>& qrInfos) {
+int scancode::warpQRProcess(cv::Mat& frame, const std::vector<cv::Rect>& boxes,
+                            WarpInfo& warpInfo, std::vector<QRInformation>& qrInfos) {
     std::vector<cv::Mat> crops;
     std::vector<cv::Rect> cropRects;
     std::vector<float> tempRatio;
@@ -150,9 +148,8 @@ int CodeDetectPostprocesCalculator::warpQRProcess(cv::Mat& frame,
     return 0;
 }
 
-int CodeDetectPostprocesCalculator::warpAlgo(std::vector<cv::Mat>& crops,
-                                             std::vector<WarpResult>& results,
-                                             std::vector<QRInformation>& qrInfos) {
+int scancode::warpAlgo(std::vector<cv::Mat>& crops, std::vector<WarpResult>& results,
+                       std::vector<QRInformation>& qrInfos) {
     const timeval start = TimeMark();
     for (const cv::Mat& crop : crops) {
         const float edgeRatio = static_cast<float>(std::max(crop.rows, crop.cols)) /

@@ -8,22 +8,20 @@
 #include <cstring>
 #include <vector>
 
+#include "inference/detector_layout.h"
+
 namespace scancode_test {
 
-struct HeadGeometry {
-    int grid;
-    int stride;
-    int offset;
-};
-constexpr HeadGeometry kHeadGeometry[] = {
-    {80, 8, 0}, {40, 16, 38400}, {20, 32, 48000}, {10, 64, 50400}, {5, 128, 51000}};
-constexpr int kOutputFloats = 51150;
+constexpr int kOutputFloats = detector_layout::kOutputValues;
 constexpr float kRejectedLogit = -5.0f;
 
 class OutputBuffer {
   public:
     OutputBuffer() : values_(kOutputFloats, 0.0f) {
-        for (int i = 4; i < kOutputFloats; i += 6) values_[i] = kRejectedLogit;
+        for (int i = detector_layout::kScoreValue; i < kOutputFloats;
+             i += detector_layout::kValuesPerCell) {
+            values_[i] = kRejectedLogit;
+        }
     }
 
     // Raw log distances and logit for cell (r, c) of a head.
@@ -34,8 +32,9 @@ class OutputBuffer {
         std::copy(cell, cell + 5, v);
     }
     float* Cell(int head, int r, int c) {
-        const HeadGeometry& g = kHeadGeometry[head];
-        return &values_[g.offset + (r * g.grid + c) * 6];
+        const int grid = detector_layout::kHeads[head].Grid();
+        return &values_[detector_layout::OutputOffset(head) +
+                        (r * grid + c) * detector_layout::kValuesPerCell];
     }
 
     const float* data() const { return values_.data(); }
@@ -52,7 +51,7 @@ class OutputBuffer {
 
 // Cell centre along one axis, in input pixels.
 inline float CellCentre(int head, int index) {
-    const int s = kHeadGeometry[head].stride;
+    const int s = detector_layout::kHeads[head].stride;
     return static_cast<float>(s / 2 + index * s);
 }
 

@@ -145,8 +145,8 @@ TEST(PostProcess, MatchesLiteralAlgorithmOnRandomFrames) {
         OutputBuffer buffer;
         std::uniform_real_distribution<float> unit(0.0f, 1.0f);
         std::normal_distribution<float> logDist(mix.logSize, 0.6f);
-        for (int h = 0; h < 5; ++h) {
-            const int g = scancode_test::kHeadGeometry[h].grid;
+        for (int h = 0; h < detector_layout::kHeadCount; ++h) {
+            const int g = detector_layout::kHeads[h].Grid();
             for (int r = 0; r < g; ++r) {
                 for (int c = 0; c < g; ++c) {
                     if (unit(rng) >= mix.passing) continue;

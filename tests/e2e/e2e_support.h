@@ -11,6 +11,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "inference/detector_layout.h"
 #include "scripted_adapter.h"
 
 namespace scancode_test {
@@ -39,25 +40,17 @@ inline std::vector<uint8_t> GreyNV21(int width, int height, uint8_t luma) {
     return nv21;
 }
 
-// The network's five output heads with their fixed quantization.
-struct Head {
-    int grid;
-    int stride;
-    int zeroPoint;
-    float scale;
-};
-constexpr Head kHeads[5] = {{80, 8, -189, 0.06613318622112274f},
-                            {40, 16, -221, 0.15657134354114532f},
-                            {20, 32, -178, 0.07030908763408661f},
-                            {10, 64, -168, 0.07131850719451904f},
-                            {5, 128, -255, 0.0829123929142952f}};
+using detector_layout::Head;
+using detector_layout::kHeadCount;
+using detector_layout::kHeads;
+using detector_layout::kInputSide;
 
 // Quantized output maps served by the scripted adapter. All zero decodes to
 // logits far below the score threshold: nothing is detected.
 class OutputMaps {
   public:
     OutputMaps() {
-        for (int i = 0; i < 5; ++i) maps_[i].assign(kHeads[i].grid * kHeads[i].grid * 6, 0);
+        for (int i = 0; i < kHeadCount; ++i) maps_[i].assign(kHeads[i].Values(), 0);
     }
 
     // Makes the cell of `head` under the centre of `box` (640 x 640 input
@@ -66,14 +59,14 @@ class OutputMaps {
     cv::Rect2f Place(int head, const cv::Rect2f& box) {
         const Head& h = kHeads[head];
         const int col =
-            std::clamp(static_cast<int>((box.x + box.width / 2) / h.stride), 0, h.grid - 1);
+            std::clamp(static_cast<int>((box.x + box.width / 2) / h.stride), 0, h.Grid() - 1);
         const int row =
-            std::clamp(static_cast<int>((box.y + box.height / 2) / h.stride), 0, h.grid - 1);
+            std::clamp(static_cast<int>((box.y + box.height / 2) / h.stride), 0, h.Grid() - 1);
         const float cx = static_cast<float>(h.stride / 2 + col * h.stride);
         const float cy = static_cast<float>(h.stride / 2 + row * h.stride);
         const float distances[4] = {cx - box.x, cy - box.y, box.x + box.width - cx,
                                     box.y + box.height - cy};
-        uint8_t* cell = &maps_[head][(row * h.grid + col) * 6];
+        uint8_t* cell = &maps_[head][(row * h.Grid() + col) * detector_layout::kValuesPerCell];
         float e[4];
         for (int k = 0; k < 4; ++k) {
             const double q =
@@ -86,7 +79,7 @@ class OutputMaps {
     }
 
     void Serve() const {
-        for (int i = 0; i < 5; ++i) ScriptedAdapterSetOutput(i, maps_[i].data(), maps_[i].size());
+        for (int i = 0; i < kHeadCount; ++i) ScriptedAdapterSetOutput(i, maps_[i].data(), maps_[i].size());
     }
 
     const std::vector<uint8_t>& map(int head) const { return maps_[head]; }
@@ -97,12 +90,13 @@ class OutputMaps {
     }
 
   private:
-    std::vector<uint8_t> maps_[5];
+    std::vector<uint8_t> maps_[kHeadCount];
 };
 
 // A frame box in the 640 x 640 letterboxed input.
 inline cv::Rect2f ToInput(const cv::Rect& frameBox, int cols, int rows) {
-    const float s = std::min(640.0f / static_cast<float>(cols), 640.0f / static_cast<float>(rows));
+    const float side = static_cast<float>(kInputSide);
+    const float s = std::min(side / static_cast<float>(cols), side / static_cast<float>(rows));
     return {frameBox.x * s, frameBox.y * s, frameBox.width * s, frameBox.height * s};
 }
 

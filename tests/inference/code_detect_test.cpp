@@ -28,7 +28,7 @@ class CodeDetectTest : public ScriptedAdapterTest {
         detector_.reset(GetCodeDetect());
         input_.resize(kDetectorInputFloats);
         for (int i = 0; i < kDetectorInputFloats; ++i) input_[i] = static_cast<float>(i % 256);
-        output_.assign(kCodeDetectOutputFloats, -1234.0f);
+        output_.assign(detector_layout::kOutputValues, -1234.0f);
         // Output i serves bytes (k * (i + 3)) mod 256 for element k.
         for (int i = 0; i < 5; ++i) {
             served_[i].resize(kOutputElements[i]);
@@ -64,7 +64,7 @@ class CodeDetectTest : public ScriptedAdapterTest {
 };
 
 TEST_F(CodeDetectTest, LazyLoadThenDetect) {
-    ASSERT_EQ(detector_->CodeDetect(input_.data(), output_.data(), 51150), 0);
+    ASSERT_EQ(detector_->CodeDetect(input_.data(), output_.data(), detector_layout::kOutputValues), 0);
     EXPECT_FALSE(lock().try_lock()) << "set up: the lock is held";
     ExpectDequantizedOutputs();
 
@@ -78,7 +78,7 @@ TEST_F(CodeDetectTest, LazyLoadThenDetect) {
     EXPECT_FALSE(detector_->GetLoadFlag());
     EXPECT_TRUE(lock().try_lock()) << "teardown released the lock";
     lock().unlock();
-    output_.assign(kCodeDetectOutputFloats, 0.0f);
+    output_.assign(detector_layout::kOutputValues, 0.0f);
     ASSERT_EQ(detector_->CodeDetect(input_.data(), output_.data(), 0), 0) << "loads again";
     ExpectDequantizedOutputs();
     EXPECT_EQ(CountCalls("NNModelLoadFromBuffer"), 2);

@@ -16,11 +16,11 @@ TEST_F(ScriptedAdapterTest, MissingModelFailsTheLoadAfterSetup) {
     std::unique_ptr<CodeDetectbase> detector(GetCodeDetect());
     auto& net = static_cast<CodeDetectNpu*>(detector.get())->network;
     std::vector<float> in(kDetectorInputFloats, 1.0f);
-    std::vector<float> out(kCodeDetectOutputFloats, 0.0f);
+    std::vector<float> out(detector_layout::kOutputValues, 0.0f);
     LogCapture logs;
     int ret = 0;
     const std::string printed =
-        StdoutOf([&] { ret = detector->CodeDetect(in.data(), out.data(), 51150); });
+        StdoutOf([&] { ret = detector->CodeDetect(in.data(), out.data(), detector_layout::kOutputValues); });
     EXPECT_EQ(ret, -1);
     EXPECT_EQ(printed.rfind(std::string("open file ") + SCRIPTED_MODEL_PATH + " failed\n", 0), 0u)
         << printed;

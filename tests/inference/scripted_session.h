@@ -12,13 +12,13 @@
 #include <string>
 #include <vector>
 
+#include "inference/detector_layout.h"
 #include "inference/npu_model_loader.h"
 #include "scripted_adapter.h"
 
 namespace scancode_test {
 
-// Floats in the code detector's 640 x 640 x 3 input.
-constexpr int kDetectorInputFloats = 640 * 640 * 3;
+constexpr int kDetectorInputFloats = detector_layout::kInputFloats;
 
 // What `body` printed; the file helpers report to stdout, kept out of the
 // test log.

@@ -6,10 +6,12 @@
 #include <cstring>
 #include <vector>
 
-#include "inference/code_detect.h"
+#include "inference/detector_layout.h"
 
 
 namespace {
+
+using detector_layout::kHeads;
 
 uint32_t FloatBits(float f) {
     uint32_t b;
@@ -23,14 +25,15 @@ TEST(Uint8ToFP32, DetectorOutputsMatchDoublePrecisionBitForBit) {
     float out[256];
     std::vector<unsigned char> all(256);
     for (int q = 0; q < 256; ++q) all[q] = static_cast<unsigned char>(q);
-    Uint8ToFP32(256, all.data(), out, kCodeDetectZeroPoints[0], kCodeDetectScales[0]);
+    Uint8ToFP32(256, all.data(), out, kHeads[0].zeroPoint, kHeads[0].scale);
     EXPECT_EQ(FloatBits(out[189]), 0u);
     EXPECT_EQ(out[255], static_cast<float>(66.0 * 0.06613318622112274));
 
     const int zeroPoints[] = {-189, -221,     -178,      -168,       -255,       0,
                               37,   16777000, -16777000, 2147483000, -2147483000};
     // The detector's own scales and a spread of others.
-    std::vector<float> scales(kCodeDetectScales, kCodeDetectScales + 5);
+    std::vector<float> scales;
+    for (const detector_layout::Head& h : kHeads) scales.push_back(h.scale);
     scales.insert(scales.end(), {1.0f, 3.3e-7f, 0.0999999f, 12345.678f, 1.1e-3f, 7.77f});
     for (int zp : zeroPoints) {
         for (float scale : scales) {

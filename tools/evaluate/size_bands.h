@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <array>
 
+#include "inference/detector_layout.h"
+
 struct SizeBand {
     const char* name;
     double lo, hi;  // [lo, hi) in input pixels
@@ -29,5 +31,6 @@ inline int SizeBandOf(double inputPx) {
 
 // Frame pixels to input pixels, as the library letterboxes to 640 x 640.
 inline double InputScale(int width, int height) {
-    return std::min(640.0 / width, 640.0 / height);
+    constexpr double side = detector_layout::kInputSide;
+    return std::min(side / width, side / height);
 }

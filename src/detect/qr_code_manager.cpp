@@ -1,8 +1,14 @@
-#include "entry/qr_code_manager.h"
+#include "detect/qr_code_manager.h"
 
 #include "detect/code_detect_graph.h"
 #include "inference/code_detect.h"
+#include "inference/detector_layout.h"
 #include "platform/log.h"
+
+// The library's one manager and the flag it records; built at load before
+// the entry's globals, torn down after them.
+QRCodeManager g_codeManager;
+bool g_StopEngineFlag = false;
 
 QRCodeManager::QRCodeManager() : initDone(false), codeDetectbase(nullptr) {
     codeDetectbase = GetCodeDetect();
@@ -23,8 +29,9 @@ int QRCodeManager::Init() {
     }
     const int ret = codeDetectbase->LoadModel();
     // Fresh zeroed images for every user, whether or not the model loaded.
-    paddingImg = cv::Mat::zeros(640, 640, CV_8UC3);
-    inputImg = cv::Mat::zeros(640, 640, CV_32FC3);
+    constexpr int side = detector_layout::kInputSide;
+    paddingImg = cv::Mat::zeros(side, side, CV_8UC3);
+    inputImg = cv::Mat::zeros(side, side, CV_32FC3);
     return ret;
 }
 

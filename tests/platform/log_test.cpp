@@ -1,4 +1,4 @@
-#include "entry/diagnostics.h"
+#include "platform/log.h"
 
 #include <gtest/gtest.h>
 
