@@ -12,6 +12,8 @@
 
 #include <opencv2/core.hpp>
 
+#include "platform/export.h"
+
 // Decodes a tightly packed NV21 frame into width x height 3-channel pixels at
 // `dst` (3 * width bytes a row), 8 pixels at a time. Channel 0 takes the first
 // chroma byte of each pair, channel 2 the second. Writes nothing when
@@ -25,7 +27,8 @@ const uint8_t* NV21toRGB_NEON(const uint8_t* src, uint8_t* dst, int width, int h
 // width * height luma bytes plus `width` bytes for every even row.
 void BGRtoNV21_NEON(uint8_t* dst, cv::Mat src, int width, int height);
 
-// Scalar encoder kept for the exported surface: channel 0 = R, 2 = B, every
-// pixel converted, chroma (modulo 256) on even rows from the pixels whose
-// running index row * width + column is odd.
-void BGRtoNV21(uint8_t* dst, cv::Mat src, int width, int height);
+// Scalar encoder kept for the exported surface (with its C++ signature): the
+// library does not call it. Channel 0 = R, 2 = B, every pixel converted,
+// chroma (modulo 256) on even rows from the pixels whose running index
+// row * width + column is odd.
+SCANCODE_EXPORT void BGRtoNV21(uint8_t* dst, cv::Mat src, int width, int height);

@@ -18,7 +18,8 @@ PlatformPath::operator const char*() const {
     return mFixed;
 }
 
-// Compiled once per library variant, with the paths given at configure time.
+// The build's defaults (see CMakeLists.txt): the device's paths, or on a host
+// the reference adapter and our model when they are built.
 const PlatformPath kAdapterLibraryPath(SCANCODE_ADAPTER_PATH, "SCANCODE_ADAPTER_PATH",
                                        SCANCODE_INSTALLED_ADAPTER);
 const PlatformPath kModelFilePath(SCANCODE_MODEL_PATH, "SCANCODE_MODEL_PATH",

@@ -10,7 +10,8 @@
 //   2. the file installed with the library, relative to the library's own
 //      folder, when it exists (an installed copy runs wherever it was
 //      installed to);
-//   3. the path given at configure time (the build tree's by default).
+//   3. the path the library was built with (the build tree's reference
+//      adapter and model). Tests that need others use step 1.
 // Android builds compile no lookup: the device's paths are not negotiable.
 class PlatformPath {
   public:

@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <string>
+#include <utility>
 
 #include "debug_switch.h"
 #include "log_capture.h"
@@ -31,6 +33,8 @@ class LoadNpuModelTest : public ScriptedAdapterTest {
         net_.UnloadModel();
         EXPECT_EQ(NewManagers(), 0);
         ScriptedAdapterTest::TearDown();
+        // Tests change the paths; the next one starts from the scripted set-up.
+        for (const auto& [name, value] : saved_) setenv(name, value.c_str(), 1);
     }
     // Stdout carries the file helpers' reports; keep it out of the test log.
     int Load(ModelType type = CODE_DETECT) {
@@ -41,6 +45,13 @@ class LoadNpuModelTest : public ScriptedAdapterTest {
     }
     NpuNetwork net_;
     std::string stdout_;
+    static std::string Env(const char* name) {
+        const char* value = getenv(name);
+        return value != nullptr ? value : "";
+    }
+    const std::pair<const char*, std::string> saved_[2] = {
+        {"SCANCODE_MODEL_PATH", Env("SCANCODE_MODEL_PATH")},
+        {"SCANCODE_ADAPTER_PATH", Env("SCANCODE_ADAPTER_PATH")}};
 };
 
 TEST_F(LoadNpuModelTest, RecordsOnTheWire) {
@@ -92,26 +103,32 @@ TEST_F(LoadNpuModelTest, RecordsOnTheWire) {
 // On a host, SCANCODE_MODEL_PATH and SCANCODE_ADAPTER_PATH replace the
 // configured paths when set, read when the model is loaded (so a program may
 // set them just before Init), and an empty value leaves the default.
+// The program runs with both variables naming the scripted set-up; without
+// them the library falls back to the paths it was built with.
 TEST_F(LoadNpuModelTest, EnvironmentOverridesPathsAtLoad) {
-    const std::string configured(kModelFilePath);
+    const std::string scriptedModel(kModelFilePath);
+    const std::string scriptedAdapter(kAdapterLibraryPath);
+    ASSERT_EQ(unsetenv("SCANCODE_MODEL_PATH"), 0);
+    ASSERT_EQ(unsetenv("SCANCODE_ADAPTER_PATH"), 0);
+    const std::string builtInModel(kModelFilePath);
+    const std::string builtInAdapter(kAdapterLibraryPath);
+    EXPECT_NE(builtInModel, scriptedModel);
+    EXPECT_NE(builtInAdapter, scriptedAdapter);
+    ASSERT_EQ(setenv("SCANCODE_ADAPTER_PATH", scriptedAdapter.c_str(), 1), 0);
+
     const std::string other = ::testing::TempDir() + "other_model.bin";
     std::ofstream(other, std::ios::binary) << "another model's bytes";
     ASSERT_EQ(setenv("SCANCODE_MODEL_PATH", other.c_str(), 1), 0);
     EXPECT_EQ(std::string(kModelFilePath), other);
     ASSERT_EQ(Load(), 0);
     EXPECT_EQ(Blob(FindCall("NNModelLoadFromBuffer"), "model"), "another model's bytes");
+    std::remove(other.c_str());
 
+    // An empty value counts as unset.
     ASSERT_EQ(setenv("SCANCODE_MODEL_PATH", "", 1), 0);
-    EXPECT_EQ(std::string(kModelFilePath), configured);
-    ASSERT_EQ(unsetenv("SCANCODE_MODEL_PATH"), 0);
-    EXPECT_EQ(std::string(kModelFilePath), configured);
-
-    const std::string adapter(kAdapterLibraryPath);
+    EXPECT_EQ(std::string(kModelFilePath), builtInModel);
     ASSERT_EQ(setenv("SCANCODE_ADAPTER_PATH", "/elsewhere/adapter.so", 1), 0);
     EXPECT_STREQ(kAdapterLibraryPath, "/elsewhere/adapter.so");
-    ASSERT_EQ(unsetenv("SCANCODE_ADAPTER_PATH"), 0);
-    EXPECT_EQ(std::string(kAdapterLibraryPath), adapter);
-    std::remove(other.c_str());
 }
 
 // A model path that names no regular file loads nothing and fails through
