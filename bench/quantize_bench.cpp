@@ -33,7 +33,7 @@ void BM_QuantizeInput(benchmark::State& state) {
         benchmark::ClobberMemory();
     }
     state.SetBytesProcessed(state.iterations() * kInputFloats * sizeof(float));
-    state.SetLabel(kQuantizeSimd);
+    state.SetLabel(scancode::PickVariant(kQuantizePixelBlocksVariants).name);
 }
 BENCHMARK(BM_QuantizeInput);
 
@@ -41,13 +41,29 @@ void BM_QuantizeInputScalarReference(benchmark::State& state) {
     const std::vector<float> in = PixelInput();
     std::vector<uint8_t> out(kInputFloats);
     for (auto _ : state) {
-        QuantizePixelBlocksRef(in.data(), out.data(), kInputFloats);
+        QuantizePixelBlocks_C(in.data(), out.data(), kInputFloats);
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }
     state.SetBytesProcessed(state.iterations() * kInputFloats * sizeof(float));
 }
 BENCHMARK(BM_QuantizeInputScalarReference);
+
+// The same count of 0..1 floats through the unit kernel (the float-input
+// models' path).
+void BM_QuantizeUnitInput(benchmark::State& state) {
+    std::vector<float> in = PixelInput();
+    for (float& x : in) x /= 255.0f;
+    std::vector<uint8_t> out(kInputFloats);
+    for (auto _ : state) {
+        QuantizeUnitBlocks(in.data(), out.data(), kInputFloats);
+        benchmark::DoNotOptimize(out.data());
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(state.iterations() * kInputFloats * sizeof(float));
+    state.SetLabel(scancode::PickVariant(kQuantizeUnitBlocksVariants).name);
+}
+BENCHMARK(BM_QuantizeUnitInput);
 
 // The same 4,915,200 bytes of float input, copied.
 void BM_MemcpyInput(benchmark::State& state) {
@@ -81,8 +97,32 @@ void BM_DequantizeOutputs(benchmark::State& state) {
         benchmark::ClobberMemory();
     }
     state.SetBytesProcessed(state.iterations() * kCodeDetectOutputFloats * sizeof(float));
+    state.SetLabel(scancode::PickVariant(kUint8ToFP32Variants).name);
 }
 BENCHMARK(BM_DequantizeOutputs);
+
+// The double-precision reference on the same outputs.
+void BM_DequantizeOutputsScalarReference(benchmark::State& state) {
+    std::vector<std::vector<uint8_t>> heads;
+    for (int n : kOutputElements) {
+        std::vector<uint8_t> head(n);
+        for (int k = 0; k < n; ++k) head[k] = static_cast<uint8_t>(k * 31);
+        heads.push_back(head);
+    }
+    std::vector<float> out(kCodeDetectOutputFloats);
+    for (auto _ : state) {
+        size_t offset = 0;
+        for (int i = 0; i < 5; ++i) {
+            Uint8ToFP32_C(kOutputElements[i], heads[i].data(), out.data() + offset,
+                          kCodeDetectZeroPoints[i], kCodeDetectScales[i]);
+            offset += kOutputElements[i];
+        }
+        benchmark::DoNotOptimize(out.data());
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(state.iterations() * kCodeDetectOutputFloats * sizeof(float));
+}
+BENCHMARK(BM_DequantizeOutputsScalarReference);
 
 // The 204,600 bytes of float output, copied.
 void BM_MemcpyOutputs(benchmark::State& state) {

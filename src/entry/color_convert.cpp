@@ -38,12 +38,15 @@ void BGRToNV21Frame(BGRToNV21RowFn row, uint8_t* dst, const uint8_t* src, int wi
 }  // namespace scancode
 
 const uint8_t* NV21toRGB_NEON(const uint8_t* src, uint8_t* dst, int width, int height) {
-    return scancode::NV21ToRGBFrame(scancode::kColorConvertInUse.decodeRow, src, dst, width,
-                                    height);
+    static const scancode::NV21ToRGBRowFn row =
+        scancode::PickVariant(scancode::kNV21ToRGBRowVariants).fn;
+    return scancode::NV21ToRGBFrame(row, src, dst, width, height);
 }
 
 void BGRtoNV21_NEON(uint8_t* dst, cv::Mat src, int width, int height) {
-    scancode::BGRToNV21Frame(scancode::kColorConvertInUse.encodeRow, dst, src.data, width, height);
+    static const scancode::BGRToNV21RowFn row =
+        scancode::PickVariant(scancode::kBGRToNV21RowVariants).fn;
+    scancode::BGRToNV21Frame(row, dst, src.data, width, height);
 }
 
 void BGRtoNV21(uint8_t* dst, cv::Mat src, int width, int height) {

@@ -1,11 +1,13 @@
-// Row kernels behind the NV21 conversions, one plain C reference and the SIMD
-// variants this build compiled, plus the frame walks they share. The kernels
-// of every compiled path are visible here so tests can hold each of them
-// against the reference byte for byte.
+// Row kernels behind the NV21 conversions, one plain C reference and the
+// vector variants of this architecture (platform/cpu_features.h), plus the
+// frame walks they share. Every variant is visible here so tests can hold each
+// of them against the reference byte for byte.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+
+#include "platform/cpu_features.h"
 
 namespace scancode {
 
@@ -53,11 +55,9 @@ using BGRToNV21RowFn = void (*)(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int
 
 void NV21ToRGBRow_C(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int groups);
 void BGRToNV21Row_C(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups);
-#if defined(__SSE4_1__)
+#if defined(__x86_64__)
 void NV21ToRGBRow_SSE41(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int groups);
 void BGRToNV21Row_SSE41(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups);
-#endif
-#if defined(__AVX2__)
 void NV21ToRGBRow_AVX2(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int groups);
 void BGRToNV21Row_AVX2(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups);
 #endif
@@ -66,27 +66,27 @@ void NV21ToRGBRow_NEON(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int gr
 void BGRToNV21Row_NEON(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups);
 #endif
 
-struct ColorConvertPath {
-    const char* name;
-    NV21ToRGBRowFn decodeRow;
-    BGRToNV21RowFn encodeRow;
-};
-
-// Every path of this build, the reference first and the one in use last.
-inline constexpr ColorConvertPath kColorConvertPaths[] = {
-    {"C", NV21ToRGBRow_C, BGRToNV21Row_C},
-#if defined(__SSE4_1__)
-    {"SSE41", NV21ToRGBRow_SSE41, BGRToNV21Row_SSE41},
-#endif
-#if defined(__AVX2__)
-    {"AVX2", NV21ToRGBRow_AVX2, BGRToNV21Row_AVX2},
+// Every variant of this architecture, reference first, fastest last.
+inline constexpr KernelVariant<NV21ToRGBRowFn> kNV21ToRGBRowVariants[] = {
+    {"C", 0, NV21ToRGBRow_C},
+#if defined(__x86_64__)
+    {"SSE41", kCpuSse41, NV21ToRGBRow_SSE41},
+    {"AVX2", kCpuAvx2, NV21ToRGBRow_AVX2},
 #endif
 #if defined(__ARM_NEON)
-    {"NEON", NV21ToRGBRow_NEON, BGRToNV21Row_NEON},
+    {"NEON", kCpuNeon, NV21ToRGBRow_NEON},
 #endif
 };
-inline constexpr const ColorConvertPath& kColorConvertInUse =
-    kColorConvertPaths[sizeof kColorConvertPaths / sizeof kColorConvertPaths[0] - 1];
+inline constexpr KernelVariant<BGRToNV21RowFn> kBGRToNV21RowVariants[] = {
+    {"C", 0, BGRToNV21Row_C},
+#if defined(__x86_64__)
+    {"SSE41", kCpuSse41, BGRToNV21Row_SSE41},
+    {"AVX2", kCpuAvx2, BGRToNV21Row_AVX2},
+#endif
+#if defined(__ARM_NEON)
+    {"NEON", kCpuNeon, BGRToNV21Row_NEON},
+#endif
+};
 
 // ---- frame walks ------------------------------------------------------------
 // The whole-frame behaviour of NV21toRGB_NEON and BGRtoNV21_NEON with the
