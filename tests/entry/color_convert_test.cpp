@@ -117,8 +117,10 @@ class VariantTest : public ::testing::TestWithParam<KernelVariant<Fn>> {
 };
 using DecoderTest = VariantTest<NV21ToRGBRowFn>;
 using EncoderTest = VariantTest<BGRToNV21RowFn>;
+using ScalarEncoderTest = VariantTest<scancode::RGBToNV21FrameFn>;
 const NV21ToRGBRowFn kDecodeRef = kNV21ToRGBRowVariants[0].fn;
 const BGRToNV21RowFn kEncodeRef = kBGRToNV21RowVariants[0].fn;
+const scancode::RGBToNV21FrameFn kRGBToNV21FrameRef = scancode::kRGBToNV21FrameVariants[0].fn;
 
 TEST_P(DecoderTest, MatchesReferenceForEveryPixelValue) {
     // 64 frames of 2048 x 128. Pair p of a frame carries (C0, C1) =
@@ -208,9 +210,28 @@ TEST_P(EncoderTest, RandomFramesMatchReference) {
     }
 }
 
+// The scalar encoder's variants on random frames of every width parity and
+// odd heights, where its running-index chroma rule is most fragile.
+TEST_P(ScalarEncoderTest, RandomFramesMatchReference) {
+    const std::pair<int, int> sizes[] = {{1, 1},  {2, 2},    {3, 3},   {7, 5},     {16, 2},
+                                         {31, 9}, {33, 4},   {64, 7},  {101, 13},  {640, 481},
+                                         {1, 9},  {1920, 3}, {257, 2}, {1001, 11}, {4000, 3}};
+    uint32_t seed = 1000;
+    for (auto [w, h] : sizes) {
+        SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
+        const std::vector<uint8_t> rgb = RandomBytes(static_cast<size_t>(w) * h * 3, seed++);
+        std::vector<uint8_t> want(Nv21Size(w, h) + kGuard, kUntouched), got = want;
+        kRGBToNV21FrameRef(want.data(), rgb.data(), w, h);
+        GetParam().fn(got.data(), rgb.data(), w, h);
+        EXPECT_EQ(got, want);
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Variants, DecoderTest, ::testing::ValuesIn(kNV21ToRGBRowVariants),
                          VariantName());
 INSTANTIATE_TEST_SUITE_P(Variants, EncoderTest, ::testing::ValuesIn(kBGRToNV21RowVariants),
                          VariantName());
+INSTANTIATE_TEST_SUITE_P(Variants, ScalarEncoderTest,
+                         ::testing::ValuesIn(scancode::kRGBToNV21FrameVariants), VariantName());
 
 }  // namespace
