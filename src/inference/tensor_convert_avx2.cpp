@@ -1,12 +1,12 @@
 // x86-64 AVX2 dequantization: the SSE2 arithmetic, eight values a vector.
-#include <immintrin.h>
-
 #include "inference/tensor_convert.h"
 
 #if defined(__x86_64__)
 #if !defined(__AVX2__)
 #error "this file needs -mavx2 (cmake/simd.cmake)"
 #endif
+
+#include <immintrin.h>
 
 void Uint8ToFP32_AVX2(int n, unsigned char const* in, float* out, int zeroPoint, float scale) {
     // FloatExact is an inline function the baseline files use too; the

@@ -1,11 +1,10 @@
 // x86-64 SSE2 dequantization: 16 bytes widened to four vectors of int32, the
 // zero point added in integers, then one exact conversion and one float
 // product each.
-#include <emmintrin.h>
-
 #include "inference/tensor_convert.h"
 
 #if defined(__x86_64__)
+#include <emmintrin.h>
 
 void Uint8ToFP32_SSE2(int n, unsigned char const* in, float* out, int zeroPoint, float scale) {
     if (!scancode::FloatExact(zeroPoint)) {
