@@ -30,9 +30,20 @@ using Uint8ToFP32Fn = void (*)(int n, unsigned char const* in, float* out, int z
 // vector variants take that path and hand other zero points to the reference.
 constexpr int kFloatExactZeroPoint = (1 << 24) - 256;
 
+// Internal linkage: the files built with wider instruction sets compile their
+// own copies (platform/cpu_features.h).
+namespace {
 inline bool FloatExact(int zeroPoint) {
     return zeroPoint > -kFloatExactZeroPoint && zeroPoint < kFloatExactZeroPoint;
 }
+// The float path as a plain loop, for the compiler to vectorise.
+inline void Uint8ToFP32FloatLoop(int n, unsigned char const* in, float* out, int zeroPoint,
+                                 float scale) {
+    for (int i = 0; i < n; ++i) {
+        out[i] = static_cast<float>(static_cast<int>(in[i]) + zeroPoint) * scale;
+    }
+}
+}  // namespace
 }  // namespace scancode
 
 // Every variant of this architecture, reference first, fastest last.

@@ -23,9 +23,7 @@ void Uint8ToFP32_NEON(int n, unsigned char const* in, float* out, int zeroPoint,
             vst1q_f32(out + i + 4 * k, vmulq_n_f32(v, scale));
         }
     }
-    for (; i < n; ++i) {
-        out[i] = static_cast<float>(static_cast<int>(in[i]) + zeroPoint) * scale;
-    }
+    scancode::Uint8ToFP32FloatLoop(n - i, in + i, out + i, zeroPoint, scale);
 }
 
 #endif  // __ARM_NEON

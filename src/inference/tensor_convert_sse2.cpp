@@ -25,9 +25,7 @@ void Uint8ToFP32_SSE2(int n, unsigned char const* in, float* out, int zeroPoint,
             _mm_storeu_ps(out + i + 4 * k, _mm_mul_ps(v, s));
         }
     }
-    for (; i < n; ++i) {
-        out[i] = static_cast<float>(static_cast<int>(in[i]) + zeroPoint) * scale;
-    }
+    scancode::Uint8ToFP32FloatLoop(n - i, in + i, out + i, zeroPoint, scale);
 }
 
 #endif  // __x86_64__
