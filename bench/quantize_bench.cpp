@@ -35,7 +35,7 @@ void BM_QuantizeInput(benchmark::State& state) {
         benchmark::ClobberMemory();
     }
     state.SetBytesProcessed(state.iterations() * kInputFloats * sizeof(float));
-    state.SetLabel(kQuantizeSimd);
+    state.SetLabel(scancode::PickVariant(kQuantizePixelBlocksVariants).name);
 }
 BENCHMARK(BM_QuantizeInput);
 
@@ -43,13 +43,29 @@ void BM_QuantizeInputScalarReference(benchmark::State& state) {
     const std::vector<float> in = PixelInput();
     std::vector<uint8_t> out(kInputFloats);
     for (auto _ : state) {
-        QuantizePixelBlocksRef(in.data(), out.data(), kInputFloats);
+        QuantizePixelBlocks_C(in.data(), out.data(), kInputFloats);
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }
     state.SetBytesProcessed(state.iterations() * kInputFloats * sizeof(float));
 }
 BENCHMARK(BM_QuantizeInputScalarReference);
+
+// The same count of 0..1 floats through the unit kernel (the float-input
+// models' path).
+void BM_QuantizeUnitInput(benchmark::State& state) {
+    std::vector<float> in = PixelInput();
+    for (float& x : in) x /= 255.0f;
+    std::vector<uint8_t> out(kInputFloats);
+    for (auto _ : state) {
+        QuantizeUnitBlocks(in.data(), out.data(), kInputFloats);
+        benchmark::DoNotOptimize(out.data());
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(state.iterations() * kInputFloats * sizeof(float));
+    state.SetLabel(scancode::PickVariant(kQuantizeUnitBlocksVariants).name);
+}
+BENCHMARK(BM_QuantizeUnitInput);
 
 // The same 4,915,200 bytes of float input, copied.
 void BM_MemcpyInput(benchmark::State& state) {
@@ -64,7 +80,9 @@ void BM_MemcpyInput(benchmark::State& state) {
 }
 BENCHMARK(BM_MemcpyInput);
 
-void BM_DequantizeOutputs(benchmark::State& state) {
+// Dequantizes the detector's five heads, filled with a spread of codes, with
+// `dequantize`.
+void DequantizeOutputs(benchmark::State& state, scancode::Uint8ToFP32Fn dequantize) {
     std::vector<std::vector<uint8_t>> heads;
     for (const detector_layout::Head& h : kHeads) {
         const int n = h.Values();
@@ -75,16 +93,27 @@ void BM_DequantizeOutputs(benchmark::State& state) {
     std::vector<float> out(kOutputFloats);
     for (auto _ : state) {
         for (int i = 0; i < kHeadCount; ++i) {
-            Uint8ToFP32(kHeads[i].Values(), heads[i].data(),
-                        out.data() + detector_layout::OutputOffset(i), kHeads[i].zeroPoint,
-                        kHeads[i].scale);
+            dequantize(kHeads[i].Values(), heads[i].data(),
+                       out.data() + detector_layout::OutputOffset(i), kHeads[i].zeroPoint,
+                       kHeads[i].scale);
         }
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }
     state.SetBytesProcessed(state.iterations() * kOutputFloats * sizeof(float));
 }
+
+void BM_DequantizeOutputs(benchmark::State& state) {
+    DequantizeOutputs(state, Uint8ToFP32);
+    state.SetLabel(scancode::PickVariant(kUint8ToFP32Variants).name);
+}
 BENCHMARK(BM_DequantizeOutputs);
+
+// The double-precision reference on the same outputs.
+void BM_DequantizeOutputsScalarReference(benchmark::State& state) {
+    DequantizeOutputs(state, Uint8ToFP32_C);
+}
+BENCHMARK(BM_DequantizeOutputsScalarReference);
 
 // The 204,600 bytes of float output, copied.
 void BM_MemcpyOutputs(benchmark::State& state) {

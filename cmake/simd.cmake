@@ -1,10 +1,22 @@
-# SIMD level of the x86-64 fast paths, chosen at build time. The arm64 build
-# always has NEON. The scalar reference is compiled everywhere.
+# Vector kernel variants. The library, the tools and the tests are built for
+# the architecture's baseline; only the files that hold a variant get the
+# instruction set it needs, and the library picks a variant at run time from
+# what the CPU has (src/platform/cpu_features.h). arm64 always has NEON, which
+# its baseline already enables. FMA goes only where the reference itself
+# fuses the multiply and add: -ffp-contract=off keeps the compiler from
+# fusing anything else.
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
-  set(SCANCODE_X86_SIMD "avx2" CACHE STRING "x86-64 SIMD level: none, sse41 or avx2")
-  if(SCANCODE_X86_SIMD STREQUAL "avx2")
-    target_compile_options(scancode_objs PUBLIC -mavx2)
-  elseif(SCANCODE_X86_SIMD STREQUAL "sse41")
-    target_compile_options(scancode_objs PUBLIC -msse4.1)
-  endif()
+  set(_simd_files
+      src/entry/color_convert_sse41.cpp "-msse4.1"
+      src/entry/color_convert_avx2.cpp "-mavx2"
+      src/inference/quantize_avx2.cpp "-mavx2"
+      src/inference/quantize_avx2fma.cpp "-mavx2,-mfma"
+      src/inference/tensor_convert_avx2.cpp "-mavx2")
+  # Pairs of file and options, the options separated by commas.
+  while(_simd_files)
+    list(POP_FRONT _simd_files _file _options)
+    string(REPLACE "," ";" _options "${_options}")
+    set_source_files_properties(${PROJECT_SOURCE_DIR}/${_file} PROPERTIES COMPILE_OPTIONS
+                                "${_options}")
+  endwhile()
 endif()

@@ -38,32 +38,20 @@ void BGRToNV21Frame(BGRToNV21RowFn row, uint8_t* dst, const uint8_t* src, int wi
 }  // namespace scancode
 
 const uint8_t* NV21toRGB_NEON(const uint8_t* src, uint8_t* dst, int width, int height) {
-    return scancode::NV21ToRGBFrame(scancode::kColorConvertInUse.decodeRow, src, dst, width,
-                                    height);
+    static const scancode::NV21ToRGBRowFn row =
+        scancode::PickVariant(scancode::kNV21ToRGBRowVariants).fn;
+    return scancode::NV21ToRGBFrame(row, src, dst, width, height);
 }
 
 void BGRtoNV21_NEON(uint8_t* dst, cv::Mat src, int width, int height) {
-    scancode::BGRToNV21Frame(scancode::kColorConvertInUse.encodeRow, dst, src.data, width, height);
+    static const scancode::BGRToNV21RowFn row =
+        scancode::PickVariant(scancode::kBGRToNV21RowVariants).fn;
+    scancode::BGRToNV21Frame(row, dst, src.data, width, height);
 }
 
 void BGRtoNV21(uint8_t* dst, cv::Mat src, int width, int height) {
     if (height < 1 || width < 1 || dst == nullptr || src.data == nullptr) return;
-    const uint8_t* px = src.data;
-    size_t lumaIndex = 0;
-    uint8_t* vu = dst + static_cast<size_t>(width) * height;
-    for (int r = 0; r < height; ++r) {
-        for (int c = 0; c < width; ++c, ++lumaIndex, px += 3) {
-            const int red = px[0], green = px[1], blue = px[2];
-            const int luma = scancode::EncodeLuma(red, green, blue);
-            dst[lumaIndex] = static_cast<uint8_t>(luma > 255 ? 255 : luma);
-            // The pixel with the odd running index supplies the pair's chroma.
-            // On even rows that is the odd column, and an odd width leaves its
-            // last column without a chroma pair.
-            if (r % 2 == 0 && (lumaIndex & 1) != 0) {
-                vu[0] = static_cast<uint8_t>(scancode::EncodeV(red, green, blue));
-                vu[1] = static_cast<uint8_t>(scancode::EncodeU(red, green, blue));
-                vu += 2;
-            }
-        }
-    }
+    static const scancode::RGBToNV21FrameFn encode =
+        scancode::PickVariant(scancode::kRGBToNV21FrameVariants).fn;
+    encode(dst, src.data, width, height);
 }

@@ -24,4 +24,8 @@ void BGRToNV21Row_C(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups) {
     }
 }
 
+void RGBToNV21Frame_C(uint8_t* dst, const uint8_t* rgb, int width, int height) {
+    RGBToNV21FrameBody(dst, rgb, width, height);
+}
+
 }  // namespace scancode

@@ -1,15 +1,21 @@
-// Row kernels behind the NV21 conversions, one plain C reference and the SIMD
-// variants this build compiled, plus the frame walks they share. The kernels
-// of every compiled path are visible here so tests can hold each of them
-// against the reference byte for byte.
+// Row kernels behind the NV21 conversions, one plain C reference and the
+// vector variants of this architecture (platform/cpu_features.h), plus the
+// frame walks they share. Every variant is visible here so tests can hold each
+// of them against the reference byte for byte.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
+#include "platform/cpu_features.h"
+
 namespace scancode {
 
 // ---- per-pixel arithmetic -------------------------------------------------
+// Internal linkage: the files built with wider instruction sets compile their
+// own copies (platform/cpu_features.h).
+namespace {
+
 // The decoder works in signed 16-bit lanes: every product and sum wraps
 // modulo 2^16 and shifts are arithmetic. Compilers we build with define the
 // narrowing conversion and >> on negative values as two's complement.
@@ -41,6 +47,32 @@ inline int EncodeU(int r, int g, int b) {
     return ((-38 * r - 74 * g + 112 * b + 128) >> 8) + 128;
 }
 
+// The scalar encoder behind BGRtoNV21: channel 0 = R, 2 = B, every pixel
+// converted, chroma (modulo 256) on even rows from the pixels whose running
+// index row * width + column is odd. One definition, compiled as the
+// reference and again where the compiler can vectorise it wider.
+inline void RGBToNV21FrameBody(uint8_t* dst, const uint8_t* px, int width, int height) {
+    size_t lumaIndex = 0;
+    uint8_t* vu = dst + static_cast<size_t>(width) * height;
+    for (int r = 0; r < height; ++r) {
+        for (int c = 0; c < width; ++c, ++lumaIndex, px += 3) {
+            const int red = px[0], green = px[1], blue = px[2];
+            const int luma = EncodeLuma(red, green, blue);
+            dst[lumaIndex] = static_cast<uint8_t>(luma > 255 ? 255 : luma);
+            // The pixel with the odd running index supplies the pair's chroma.
+            // On even rows that is the odd column, and an odd width leaves its
+            // last column without a chroma pair.
+            if (r % 2 == 0 && (lumaIndex & 1) != 0) {
+                vu[0] = static_cast<uint8_t>(EncodeV(red, green, blue));
+                vu[1] = static_cast<uint8_t>(EncodeU(red, green, blue));
+                vu += 2;
+            }
+        }
+    }
+}
+
+}  // namespace
+
 // ---- row kernels ------------------------------------------------------------
 // Decoder row: `groups` groups of 8 pixels. Luma from `y` (8 bytes a group),
 // chroma from `vu` (4 pairs a group, pair k serving pixels 2k and 2k + 1),
@@ -50,43 +82,51 @@ using NV21ToRGBRowFn = void (*)(const uint8_t* y, const uint8_t* vu, uint8_t* ds
 // channel 0 = B), 16 luma bytes a group to `y`; unless `vu` is null, 8 V,U
 // pairs a group taken from the even-column pixels.
 using BGRToNV21RowFn = void (*)(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups);
+// Whole-frame scalar encoder (RGBToNV21FrameBody) for width, height >= 1.
+using RGBToNV21FrameFn = void (*)(uint8_t* dst, const uint8_t* rgb, int width, int height);
 
 void NV21ToRGBRow_C(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int groups);
 void BGRToNV21Row_C(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups);
-#if defined(__SSE4_1__)
+void RGBToNV21Frame_C(uint8_t* dst, const uint8_t* rgb, int width, int height);
+#if defined(__x86_64__)
 void NV21ToRGBRow_SSE41(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int groups);
 void BGRToNV21Row_SSE41(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups);
-#endif
-#if defined(__AVX2__)
 void NV21ToRGBRow_AVX2(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int groups);
 void BGRToNV21Row_AVX2(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups);
+void RGBToNV21Frame_AVX2(uint8_t* dst, const uint8_t* rgb, int width, int height);
 #endif
 #if defined(__ARM_NEON)
 void NV21ToRGBRow_NEON(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int groups);
 void BGRToNV21Row_NEON(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups);
 #endif
 
-struct ColorConvertPath {
-    const char* name;
-    NV21ToRGBRowFn decodeRow;
-    BGRToNV21RowFn encodeRow;
-};
-
-// Every path of this build, the reference first and the one in use last.
-inline constexpr ColorConvertPath kColorConvertPaths[] = {
-    {"C", NV21ToRGBRow_C, BGRToNV21Row_C},
-#if defined(__SSE4_1__)
-    {"SSE41", NV21ToRGBRow_SSE41, BGRToNV21Row_SSE41},
-#endif
-#if defined(__AVX2__)
-    {"AVX2", NV21ToRGBRow_AVX2, BGRToNV21Row_AVX2},
+// Every variant of this architecture, reference first, fastest last.
+inline constexpr KernelVariant<NV21ToRGBRowFn> kNV21ToRGBRowVariants[] = {
+    {"C", 0, NV21ToRGBRow_C},
+#if defined(__x86_64__)
+    {"SSE41", kCpuSse41, NV21ToRGBRow_SSE41},
+    {"AVX2", kCpuAvx2, NV21ToRGBRow_AVX2},
 #endif
 #if defined(__ARM_NEON)
-    {"NEON", NV21ToRGBRow_NEON, BGRToNV21Row_NEON},
+    {"NEON", kCpuNeon, NV21ToRGBRow_NEON},
 #endif
 };
-inline constexpr const ColorConvertPath& kColorConvertInUse =
-    kColorConvertPaths[sizeof kColorConvertPaths / sizeof kColorConvertPaths[0] - 1];
+inline constexpr KernelVariant<BGRToNV21RowFn> kBGRToNV21RowVariants[] = {
+    {"C", 0, BGRToNV21Row_C},
+#if defined(__x86_64__)
+    {"SSE41", kCpuSse41, BGRToNV21Row_SSE41},
+    {"AVX2", kCpuAvx2, BGRToNV21Row_AVX2},
+#endif
+#if defined(__ARM_NEON)
+    {"NEON", kCpuNeon, BGRToNV21Row_NEON},
+#endif
+};
+inline constexpr KernelVariant<RGBToNV21FrameFn> kRGBToNV21FrameVariants[] = {
+    {"C", 0, RGBToNV21Frame_C},
+#if defined(__x86_64__)
+    {"AVX2", kCpuAvx2, RGBToNV21Frame_AVX2},
+#endif
+};
 
 // ---- frame walks ------------------------------------------------------------
 // The whole-frame behaviour of NV21toRGB_NEON and BGRtoNV21_NEON with the

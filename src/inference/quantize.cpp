@@ -1,4 +1,5 @@
-// Scalar definitions of the quantization kernels and the remainder paths.
+// Scalar definitions of the quantization kernels, the entry points that pick
+// a variant, and the remainder paths.
 #include <cmath>
 #include <cstdint>
 
@@ -28,16 +29,28 @@ inline uint8_t RoundClamp(double scaled) {
 
 }  // namespace
 
-void QuantizePixelBlocksRef(const float* in, uint8_t* out, size_t n) {
+void QuantizePixelBlocks_C(const float* in, uint8_t* out, size_t n) {
     for (size_t i = 0; i < n; ++i) {
         out[i] = NarrowSaturate(TruncateSaturate(in[i] + 0.5f));
     }
 }
 
-void QuantizeUnitBlocksRef(const float* in, uint8_t* out, size_t n) {
+void QuantizeUnitBlocks_C(const float* in, uint8_t* out, size_t n) {
     for (size_t i = 0; i < n; ++i) {
         out[i] = NarrowSaturate(TruncateSaturate(fmaf(in[i], kUnitScale, 0.5f)));
     }
+}
+
+void QuantizePixelBlocks(const float* in, uint8_t* out, size_t n) {
+    static const scancode::QuantizeBlocksFn kernel =
+        scancode::PickVariant(kQuantizePixelBlocksVariants).fn;
+    kernel(in, out, n);
+}
+
+void QuantizeUnitBlocks(const float* in, uint8_t* out, size_t n) {
+    static const scancode::QuantizeBlocksFn kernel =
+        scancode::PickVariant(kQuantizeUnitBlocksVariants).fn;
+    kernel(in, out, n);
 }
 
 void QuantizePixelRemainder(float* in, uint8_t* out, size_t n) {

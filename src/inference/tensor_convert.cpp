@@ -15,26 +15,20 @@ inline float Dequantize(unsigned char q, int zeroPoint, float scale) {
                               static_cast<double>(scale));
 }
 
-// Below this magnitude q + zeroPoint is exact as a float and its product with
-// a float scale is exact in double, so a float product rounds exactly like the
-// double one does: the same bits, and a loop the compiler vectorises.
-constexpr int kFloatExactZeroPoint = (1 << 24) - 256;
-
 }  // namespace
+
+void Uint8ToFP32_C(int n, unsigned char const* in, float* out, int zeroPoint, float scale) {
+    for (int i = 0; i < n; ++i) {
+        out[i] = Dequantize(in[i], zeroPoint, scale);
+    }
+}
 
 void Uint8ToFP32(int n, unsigned char const* in, float* out, int zeroPoint, float scale) {
     if (n <= 0) {
         return;
     }
-    if (zeroPoint > -kFloatExactZeroPoint && zeroPoint < kFloatExactZeroPoint) {
-        for (int i = 0; i < n; ++i) {
-            out[i] = static_cast<float>(static_cast<int>(in[i]) + zeroPoint) * scale;
-        }
-        return;
-    }
-    for (int i = 0; i < n; ++i) {
-        out[i] = Dequantize(in[i], zeroPoint, scale);
-    }
+    static const scancode::Uint8ToFP32Fn kernel = scancode::PickVariant(kUint8ToFP32Variants).fn;
+    kernel(n, in, out, zeroPoint, scale);
 }
 
 void Uint8ToFP32(int h, int w, int c, unsigned char const* in, float* out, int zeroPoint,

@@ -5,12 +5,61 @@
 #include <string>
 
 #include "inference/half.h"
+#include "platform/cpu_features.h"
 #include "platform/export.h"
 
 // out[i] = ((double)in[i] + zeroPoint) * (double)scale, rounded to float.
-// The detector's dequantization; n <= 0 does nothing.
+// The detector's dequantization; n <= 0 does nothing. Uint8ToFP32_C is the
+// reference, the others its vector variants, chosen at run time
+// (platform/cpu_features.h).
 SCANCODE_EXPORT void Uint8ToFP32(int n, unsigned char const* in, float* out, int zeroPoint,
                                  float scale);
+void Uint8ToFP32_C(int n, unsigned char const* in, float* out, int zeroPoint, float scale);
+#if defined(__x86_64__)
+void Uint8ToFP32_SSE2(int n, unsigned char const* in, float* out, int zeroPoint, float scale);
+void Uint8ToFP32_AVX2(int n, unsigned char const* in, float* out, int zeroPoint, float scale);
+#endif
+#if defined(__ARM_NEON)
+void Uint8ToFP32_NEON(int n, unsigned char const* in, float* out, int zeroPoint, float scale);
+#endif
+
+namespace scancode {
+using Uint8ToFP32Fn = void (*)(int n, unsigned char const* in, float* out, int zeroPoint,
+                               float scale);
+
+// While |zeroPoint| stays below this, q + zeroPoint is exact as a float and
+// its product with a float scale is exact in double, so a float product
+// rounds exactly like the double one: the same bits at float speed. The
+// vector variants take that path and hand other zero points to the reference.
+constexpr int kFloatExactZeroPoint = (1 << 24) - 256;
+
+// Internal linkage: the files built with wider instruction sets compile their
+// own copies (platform/cpu_features.h).
+namespace {
+inline bool FloatExact(int zeroPoint) {
+    return zeroPoint > -kFloatExactZeroPoint && zeroPoint < kFloatExactZeroPoint;
+}
+// The float path as a plain loop, for the compiler to vectorise.
+inline void Uint8ToFP32FloatLoop(int n, unsigned char const* in, float* out, int zeroPoint,
+                                 float scale) {
+    for (int i = 0; i < n; ++i) {
+        out[i] = static_cast<float>(static_cast<int>(in[i]) + zeroPoint) * scale;
+    }
+}
+}  // namespace
+}  // namespace scancode
+
+// Every variant of this architecture, reference first, fastest last.
+inline constexpr scancode::KernelVariant<scancode::Uint8ToFP32Fn> kUint8ToFP32Variants[] = {
+    {"C", 0, Uint8ToFP32_C},
+#if defined(__x86_64__)
+    {"SSE2", scancode::kCpuSse2, Uint8ToFP32_SSE2},
+    {"AVX2", scancode::kCpuAvx2, Uint8ToFP32_AVX2},
+#endif
+#if defined(__ARM_NEON)
+    {"NEON", scancode::kCpuNeon, Uint8ToFP32_NEON},
+#endif
+};
 
 // The same arithmetic, reordering interleaved h x w pixels of c channels into
 // planar order: out[k*h*w + p] = f(in[p*c + k]).

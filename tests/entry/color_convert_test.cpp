@@ -10,18 +10,15 @@
 #include <vector>
 
 #include "entry/color_convert_row.h"
-
-namespace scancode {
-// Test names and failure messages show the path by name.
-void PrintTo(const ColorConvertPath& path, std::ostream* os) {
-    *os << path.name;
-}
-}  // namespace scancode
+#include "kernel_variants.h"
 
 namespace {
 
-using scancode::ColorConvertPath;
-using scancode::kColorConvertPaths;
+using scancode::BGRToNV21RowFn;
+using scancode::kBGRToNV21RowVariants;
+using scancode::KernelVariant;
+using scancode::kNV21ToRGBRowVariants;
+using scancode::NV21ToRGBRowFn;
 
 constexpr uint8_t kUntouched = 0xA5;
 
@@ -105,16 +102,27 @@ TEST(BGRtoNV21, WorkedValuesVectorAndScalarAgree) {
     }
 }
 
-// ---- frame walks ------------------------------------------------------------
+// ---- every variant against the reference -----------------------------------
 
-// ---- every compiled path against the reference ------------------------------
-
-class PathTest : public ::testing::TestWithParam<ColorConvertPath> {
+// Each variant of a row kernel on its own, skipped where the CPU lacks what it
+// needs; element 0 of the table is the reference.
+template <typename Fn>
+class VariantTest : public ::testing::TestWithParam<KernelVariant<Fn>> {
   protected:
-    const ColorConvertPath& ref() const { return kColorConvertPaths[0]; }
+    void SetUp() override {
+        if (!scancode::CpuHas(this->GetParam().needs)) {
+            GTEST_SKIP() << "this CPU cannot run " << this->GetParam().name;
+        }
+    }
 };
+using DecoderTest = VariantTest<NV21ToRGBRowFn>;
+using EncoderTest = VariantTest<BGRToNV21RowFn>;
+using ScalarEncoderTest = VariantTest<scancode::RGBToNV21FrameFn>;
+const NV21ToRGBRowFn kDecodeRef = kNV21ToRGBRowVariants[0].fn;
+const BGRToNV21RowFn kEncodeRef = kBGRToNV21RowVariants[0].fn;
+const scancode::RGBToNV21FrameFn kRGBToNV21FrameRef = scancode::kRGBToNV21FrameVariants[0].fn;
 
-TEST_P(PathTest, DecoderMatchesReferenceForEveryPixelValue) {
+TEST_P(DecoderTest, MatchesReferenceForEveryPixelValue) {
     // 64 frames of 2048 x 128. Pair p of a frame carries (C0, C1) =
     // (p >> 8, p & 255); its four pixels carry luma 4f .. 4f + 3 in frame f,
     // so all 2^24 (Y, C0, C1) triples pass through.
@@ -130,13 +138,13 @@ TEST_P(PathTest, DecoderMatchesReferenceForEveryPixelValue) {
             for (int x = 0; x < kW; ++x)
                 nv21[r * kW + x] = static_cast<uint8_t>(4 * f + (r % 2) * 2 + x % 2);
         }
-        scancode::NV21ToRGBFrame(ref().decodeRow, nv21.data(), want.data(), kW, kH);
-        scancode::NV21ToRGBFrame(GetParam().decodeRow, nv21.data(), got.data(), kW, kH);
+        scancode::NV21ToRGBFrame(kDecodeRef, nv21.data(), want.data(), kW, kH);
+        scancode::NV21ToRGBFrame(GetParam().fn, nv21.data(), got.data(), kW, kH);
         ASSERT_EQ(got, want) << "frame " << f;
     }
 }
 
-TEST_P(PathTest, EncoderMatchesReferenceForEveryPixelValue) {
+TEST_P(EncoderTest, MatchesReferenceForEveryPixelValue) {
     // Frames of 4096 x 16 whose chroma-giving pixels (even columns of even
     // rows) and their neighbours carry consecutive 24-bit values.
     constexpr int kW = 4096, kH = 16, kPerFrame = kW / 2 * kH / 2;
@@ -151,51 +159,79 @@ TEST_P(PathTest, EncoderMatchesReferenceForEveryPixelValue) {
                 px[2] = static_cast<uint8_t>(v >> 16 ^ (r % 2) * 0x5A);
             }
         }
-        scancode::BGRToNV21Frame(ref().encodeRow, want.data(), bgr.data(), kW, kH);
-        scancode::BGRToNV21Frame(GetParam().encodeRow, got.data(), bgr.data(), kW, kH);
+        scancode::BGRToNV21Frame(kEncodeRef, want.data(), bgr.data(), kW, kH);
+        scancode::BGRToNV21Frame(GetParam().fn, got.data(), bgr.data(), kW, kH);
         ASSERT_EQ(got, want) << "frame " << f;
     }
 }
 
 // Random frames, including widths that are not a multiple of the group size
-// (rows run on) and odd heights; output buffers carry guard bytes so writes
-// past the described extent show up.
-TEST_P(PathTest, RandomFramesMatchReference) {
-    constexpr size_t kGuard = 64;
-    const std::pair<int, int> sizes[] = {{8, 1},    {16, 2},  {24, 7},   {37, 5},    {100, 3},
-                                         {17, 9},   {63, 4},  {130, 11}, {640, 481}, {1920, 1080},
-                                         {4000, 3}, {31, 17}, {8, 2},    {48, 1}};
+// (rows run on), odd heights and group counts that leave every tail of the
+// wider kernels; output buffers carry guard bytes so writes past the
+// described extent show up.
+constexpr size_t kGuard = 64;
+const std::pair<int, int> kRandomSizes[] = {
+    {8, 1},   {16, 2}, {24, 7}, {32, 3},   {40, 2},    {56, 3},      {37, 5},
+    {100, 3}, {17, 9}, {63, 4}, {130, 11}, {640, 481}, {1920, 1080}, {4000, 3},
+    {31, 17}, {8, 2},  {48, 1}, {80, 2},   {112, 1}};
+
+TEST_P(DecoderTest, RandomFramesMatchReference) {
     uint32_t seed = 10;
-    for (auto [w, h] : sizes) {
+    for (auto [w, h] : kRandomSizes) {
         SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
         const std::vector<uint8_t> nv21 = RandomBytes(Nv21Size(w, h), seed++);
         std::vector<uint8_t> want(static_cast<size_t>(w) * h * 3 + kGuard, kUntouched), got = want;
         const uint8_t* endRef =
-            scancode::NV21ToRGBFrame(ref().decodeRow, nv21.data(), want.data(), w, h);
-        const uint8_t* end =
-            scancode::NV21ToRGBFrame(GetParam().decodeRow, nv21.data(), got.data(), w, h);
+            scancode::NV21ToRGBFrame(kDecodeRef, nv21.data(), want.data(), w, h);
+        const uint8_t* end = scancode::NV21ToRGBFrame(GetParam().fn, nv21.data(), got.data(), w, h);
         EXPECT_EQ(end, endRef);
         EXPECT_EQ(got, want);
         const size_t decoded = static_cast<size_t>(h) * (w / 8) * 24;
         EXPECT_EQ(std::count(got.begin() + decoded, got.end(), kUntouched),
                   got.end() - got.begin() - decoded);
-
-        const std::vector<uint8_t> bgr = RandomBytes(static_cast<size_t>(w) * h * 3, seed++);
-        std::vector<uint8_t> encWant(Nv21Size(w, h) + kGuard, kUntouched), encGot = encWant;
-        scancode::BGRToNV21Frame(ref().encodeRow, encWant.data(), bgr.data(), w, h);
-        scancode::BGRToNV21Frame(GetParam().encodeRow, encGot.data(), bgr.data(), w, h);
-        EXPECT_EQ(encGot, encWant);
-        const size_t luma = static_cast<size_t>(h) * (w / 16) * 16;
-        const size_t chroma = static_cast<size_t>((h + 1) / 2) * (w / 16) * 16;
-        const size_t plane = static_cast<size_t>(w) * h;
-        EXPECT_EQ(std::count(encGot.begin() + luma, encGot.begin() + plane, kUntouched),
-                  plane - luma);
-        EXPECT_EQ(std::count(encGot.begin() + plane + chroma, encGot.end(), kUntouched),
-                  encGot.end() - encGot.begin() - plane - chroma);
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Compiled, PathTest, ::testing::ValuesIn(kColorConvertPaths),
-                         [](const auto& info) { return std::string(info.param.name); });
+TEST_P(EncoderTest, RandomFramesMatchReference) {
+    uint32_t seed = 100;
+    for (auto [w, h] : kRandomSizes) {
+        SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
+        const std::vector<uint8_t> bgr = RandomBytes(static_cast<size_t>(w) * h * 3, seed++);
+        std::vector<uint8_t> want(Nv21Size(w, h) + kGuard, kUntouched), got = want;
+        scancode::BGRToNV21Frame(kEncodeRef, want.data(), bgr.data(), w, h);
+        scancode::BGRToNV21Frame(GetParam().fn, got.data(), bgr.data(), w, h);
+        EXPECT_EQ(got, want);
+        const size_t luma = static_cast<size_t>(h) * (w / 16) * 16;
+        const size_t chroma = static_cast<size_t>((h + 1) / 2) * (w / 16) * 16;
+        const size_t plane = static_cast<size_t>(w) * h;
+        EXPECT_EQ(std::count(got.begin() + luma, got.begin() + plane, kUntouched), plane - luma);
+        EXPECT_EQ(std::count(got.begin() + plane + chroma, got.end(), kUntouched),
+                  got.end() - got.begin() - plane - chroma);
+    }
+}
+
+// The scalar encoder's variants on random frames of every width parity and
+// odd heights, where its running-index chroma rule is most fragile.
+TEST_P(ScalarEncoderTest, RandomFramesMatchReference) {
+    const std::pair<int, int> sizes[] = {{1, 1},  {2, 2},    {3, 3},   {7, 5},     {16, 2},
+                                         {31, 9}, {33, 4},   {64, 7},  {101, 13},  {640, 481},
+                                         {1, 9},  {1920, 3}, {257, 2}, {1001, 11}, {4000, 3}};
+    uint32_t seed = 1000;
+    for (auto [w, h] : sizes) {
+        SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
+        const std::vector<uint8_t> rgb = RandomBytes(static_cast<size_t>(w) * h * 3, seed++);
+        std::vector<uint8_t> want(Nv21Size(w, h) + kGuard, kUntouched), got = want;
+        kRGBToNV21FrameRef(want.data(), rgb.data(), w, h);
+        GetParam().fn(got.data(), rgb.data(), w, h);
+        EXPECT_EQ(got, want);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Variants, DecoderTest, ::testing::ValuesIn(kNV21ToRGBRowVariants),
+                         VariantName());
+INSTANTIATE_TEST_SUITE_P(Variants, EncoderTest, ::testing::ValuesIn(kBGRToNV21RowVariants),
+                         VariantName());
+INSTANTIATE_TEST_SUITE_P(Variants, ScalarEncoderTest,
+                         ::testing::ValuesIn(scancode::kRGBToNV21FrameVariants), VariantName());
 
 }  // namespace

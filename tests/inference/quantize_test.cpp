@@ -6,7 +6,10 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <string>
 #include <vector>
+
+#include "kernel_variants.h"
 
 namespace {
 
@@ -17,23 +20,6 @@ uint32_t Bits(float v) {
     uint32_t u;
     memcpy(&u, &v, sizeof u);
     return u;
-}
-
-TEST(QuantizePixelBlocks, RoundsHalfUpAndSaturates) {
-    // 0.49999997f + 0.5f rounds to 1.0f in single precision, hence 1.
-    const std::vector<std::pair<float, uint8_t>> cases = {
-        {0.49f, 0},    {0.5f, 1},       {2.4999998f, 2}, {127.5f, 128}, {254.49998f, 254},
-        {300.0f, 255}, {-1e9f, 0},      {kNaN, 0},       {kInf, 255},   {-kInf, 0},
-        {3e9f, 255},   {65535.5f, 255}, {0.49999997f, 1}};
-    std::vector<float> in(32, 7.0f);
-    std::vector<uint8_t> expected(32, 7);
-    for (size_t i = 0; i < cases.size(); ++i) std::tie(in[i], expected[i]) = cases[i];
-    std::vector<uint8_t> simd(32, 0xAA);
-    std::vector<uint8_t> ref(32, 0xAA);
-    QuantizePixelBlocks(in.data(), simd.data(), 32);
-    QuantizePixelBlocksRef(in.data(), ref.data(), 32);
-    EXPECT_EQ(ref, expected);
-    EXPECT_EQ(simd, expected) << kQuantizeSimd;
 }
 
 // Values that stress truncation, saturation and the x86 conversion's
@@ -60,31 +46,55 @@ std::vector<float> EdgeValues() {
 
 using Kernel = void (*)(const float*, uint8_t*, size_t);
 
-void ExpectSameBytes(Kernel simd, Kernel ref, const std::vector<float>& in) {
-    ASSERT_EQ(in.size() % 16, 0u);
-    std::vector<uint8_t> a(in.size(), 0x5A);
-    std::vector<uint8_t> b(in.size(), 0xA5);
-    simd(in.data(), a.data(), in.size());
-    ref(in.data(), b.data(), in.size());
-    for (size_t i = 0; i < in.size(); ++i) {
-        ASSERT_EQ(a[i], b[i]) << "x = " << in[i] << " (bits " << std::hex << Bits(in[i]) << std::dec
-                              << ") at " << i << ", " << kQuantizeSimd;
-    }
-}
-
-struct KernelPair {
-    const char* name;
-    Kernel simd;
+// One variant of one block kernel, with the reference it must match and the
+// input range its callers use.
+struct VariantCase {
+    std::string name;
+    Kernel fn;
     Kernel ref;
+    unsigned needs;
     float lo;
     float hi;
 };
 
-class QuantizeKernelTest : public ::testing::TestWithParam<KernelPair> {};
+std::vector<VariantCase> AllVariants() {
+    std::vector<VariantCase> cases;
+    for (const auto& v : kQuantizePixelBlocksVariants) {
+        cases.push_back(
+            {std::string("pixel_") + v.name, v.fn, QuantizePixelBlocks_C, v.needs, -2.0f, 258.0f});
+    }
+    for (const auto& v : kQuantizeUnitBlocksVariants) {
+        cases.push_back(
+            {std::string("unit_") + v.name, v.fn, QuantizeUnitBlocks_C, v.needs, -0.01f, 1.01f});
+    }
+    return cases;
+}
 
-TEST_P(QuantizeKernelTest, VectorMatchesScalar) {
-    const KernelPair& k = GetParam();
-    ExpectSameBytes(k.simd, k.ref, EdgeValues());
+class QuantizeVariantTest : public ::testing::TestWithParam<VariantCase> {
+  protected:
+    void SetUp() override {
+        if (!scancode::CpuHas(GetParam().needs)) {
+            GTEST_SKIP() << "this CPU cannot run " << GetParam().name;
+        }
+    }
+    void ExpectSameBytes(const std::vector<float>& in) const {
+        ASSERT_EQ(in.size() % 16, 0u);
+        std::vector<uint8_t> got(in.size() + 16, 0x5A);
+        std::vector<uint8_t> want(in.size(), 0xA5);
+        GetParam().fn(in.data(), got.data(), in.size());
+        GetParam().ref(in.data(), want.data(), in.size());
+        for (size_t i = 0; i < in.size(); ++i) {
+            ASSERT_EQ(got[i], want[i]) << "x = " << in[i] << " (bits " << std::hex << Bits(in[i])
+                                       << std::dec << ") at " << i;
+        }
+        // Nothing written past n.
+        for (size_t i = in.size(); i < got.size(); ++i) ASSERT_EQ(got[i], 0x5A) << i;
+    }
+};
+
+TEST_P(QuantizeVariantTest, MatchesReference) {
+    const VariantCase& k = GetParam();
+    ExpectSameBytes(EdgeValues());
     std::mt19937 rng(1);
     std::uniform_real_distribution<float> dist(k.lo, k.hi);
     std::vector<float> uniform(1 << 16), patterns(1 << 16), steps;
@@ -93,18 +103,48 @@ TEST_P(QuantizeKernelTest, VectorMatchesScalar) {
         const uint32_t b = rng();
         memcpy(&x, &b, 4);
     }
-    ExpectSameBytes(k.simd, k.ref, uniform);
-    ExpectSameBytes(k.simd, k.ref, patterns);
+    ExpectSameBytes(uniform);
+    ExpectSameBytes(patterns);
     // Every whole and half step across the useful range, in order.
     for (float x = k.lo; steps.size() < 4096; x += (k.hi - k.lo) / 4000.0f) steps.push_back(x);
-    ExpectSameBytes(k.simd, k.ref, steps);
+    ExpectSameBytes(steps);
 }
 
-INSTANTIATE_TEST_SUITE_P(Kernels, QuantizeKernelTest,
-                         ::testing::Values(KernelPair{"pixel", QuantizePixelBlocks,
-                                                      QuantizePixelBlocksRef, -2.0f, 258.0f},
-                                           KernelPair{"unit", QuantizeUnitBlocks,
-                                                      QuantizeUnitBlocksRef, -0.01f, 1.01f}),
-                         [](const auto& info) { return std::string(info.param.name); });
+TEST_P(QuantizeVariantTest, BlockCountsLeavingEveryTail) {
+    // One to five blocks of 16: the wide kernels' 32-value steps end on a
+    // whole step or leave one block.
+    std::mt19937 rng(7);
+    std::uniform_real_distribution<float> dist(GetParam().lo, GetParam().hi);
+    for (size_t blocks = 1; blocks <= 5; ++blocks) {
+        SCOPED_TRACE(blocks);
+        std::vector<float> in(16 * blocks);
+        for (auto& x : in) x = dist(rng);
+        ExpectSameBytes(in);
+    }
+}
+
+void PrintTo(const VariantCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, QuantizeVariantTest, ::testing::ValuesIn(AllVariants()),
+                         VariantName());
+
+TEST(QuantizePixelBlocks, RoundsHalfUpAndSaturates) {
+    // 0.49999997f + 0.5f rounds to 1.0f in single precision, hence 1.
+    const std::vector<std::pair<float, uint8_t>> cases = {
+        {0.49f, 0},    {0.5f, 1},       {2.4999998f, 2}, {127.5f, 128}, {254.49998f, 254},
+        {300.0f, 255}, {-1e9f, 0},      {kNaN, 0},       {kInf, 255},   {-kInf, 0},
+        {3e9f, 255},   {65535.5f, 255}, {0.49999997f, 1}};
+    std::vector<float> in(32, 7.0f);
+    std::vector<uint8_t> expected(32, 7);
+    for (size_t i = 0; i < cases.size(); ++i) std::tie(in[i], expected[i]) = cases[i];
+    // The entry point (whichever variant it picked) and the reference.
+    for (Kernel kernel : {QuantizePixelBlocks, QuantizePixelBlocks_C}) {
+        std::vector<uint8_t> out(32, 0xAA);
+        kernel(in.data(), out.data(), 32);
+        EXPECT_EQ(out, expected) << (kernel == QuantizePixelBlocks ? "entry point" : "reference");
+    }
+}
 
 }  // namespace

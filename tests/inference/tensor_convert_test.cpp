@@ -4,10 +4,12 @@
 
 #include <cmath>
 #include <cstring>
+#include <random>
+#include <string>
 #include <vector>
 
 #include "inference/detector_layout.h"
-
+#include "kernel_variants.h"
 
 namespace {
 
@@ -46,6 +48,55 @@ TEST(Uint8ToFP32, DetectorOutputsMatchDoublePrecisionBitForBit) {
         }
     }
 }
+
+// Every dequantization variant against the double-precision reference, bit
+// for bit: all byte values, zero points on both sides of the float-exact
+// bound, and lengths that leave every tail of the vector loops.
+class DequantizeVariantTest
+    : public ::testing::TestWithParam<scancode::KernelVariant<scancode::Uint8ToFP32Fn>> {
+  protected:
+    void SetUp() override {
+        if (!scancode::CpuHas(GetParam().needs)) {
+            GTEST_SKIP() << "this CPU cannot run " << GetParam().name;
+        }
+    }
+};
+
+TEST_P(DequantizeVariantTest, MatchesReferenceBitForBit) {
+    const int zeroPoints[] = {-189,
+                              0,
+                              255,
+                              scancode::kFloatExactZeroPoint - 1,
+                              -scancode::kFloatExactZeroPoint + 1,
+                              scancode::kFloatExactZeroPoint,
+                              -scancode::kFloatExactZeroPoint,
+                              2147483000,
+                              -2147483000};
+    const float scales[] = {kHeads[0].scale, 1.0f, -0.5f, 3.3e-7f, 1e-38f, 3e38f, 12345.678f};
+    const int lengths[] = {1, 7, 8, 15, 16, 17, 31, 32, 33, 47, 63, 64, 65, 256, 1000, 38400};
+    std::mt19937 rng(3);
+    std::vector<unsigned char> in(38400 + 64);
+    for (size_t i = 0; i < in.size(); ++i) in[i] = static_cast<unsigned char>(i < 256 ? i : rng());
+    constexpr float kGuard = -12.25f;
+    std::vector<float> got(in.size() + 16), want(in.size() + 16);
+    for (int zp : zeroPoints) {
+        for (float scale : scales) {
+            for (int n : lengths) {
+                std::fill(got.begin(), got.end(), kGuard);
+                std::fill(want.begin(), want.end(), kGuard);
+                GetParam().fn(n, in.data(), got.data(), zp, scale);
+                Uint8ToFP32_C(n, in.data(), want.data(), zp, scale);
+                for (int i = 0; i < n + 16; ++i) {
+                    ASSERT_EQ(FloatBits(got[i]), FloatBits(want[i]))
+                        << "at " << i << " of " << n << ", zp " << zp << " scale " << scale;
+                }
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Variants, DequantizeVariantTest, ::testing::ValuesIn(kUint8ToFP32Variants),
+                         VariantName());
 
 TEST(Half, EveryHalfValueRoundTrips) {
     for (uint32_t b = 0; b < 65536; ++b) {

@@ -49,9 +49,12 @@ class Cli : public ::testing::Test {
     }
     void TearDown() override { fs::remove_all(dir_); }
 
-    // Runs the tool with stdout and stderr in files (not a terminal).
-    ToolRun Tool(const std::vector<std::string>& args) {
-        std::vector<std::string> argvStrings = {SCANCODE_TOOL};
+    // Runs the tool with stdout and stderr in files (not a terminal), through
+    // `launcher` (a program and its arguments) when one is given.
+    ToolRun Tool(const std::vector<std::string>& args,
+                 const std::vector<std::string>& launcher = {}) {
+        std::vector<std::string> argvStrings = launcher;
+        argvStrings.push_back(SCANCODE_TOOL);
         argvStrings.insert(argvStrings.end(), args.begin(), args.end());
         std::vector<char*> argv;
         for (std::string& a : argvStrings) argv.push_back(a.data());
@@ -96,6 +99,17 @@ class Cli : public ::testing::Test {
 
 bool Has(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
+}
+
+// The program `name` in one of the PATH folders, or "" when there is none.
+std::string FindOnPath(const std::string& name) {
+    const char* path = getenv("PATH");
+    std::istringstream dirs(path != nullptr ? path : "");
+    for (std::string dir; std::getline(dirs, dir, ':');) {
+        const fs::path candidate = fs::path(dir.empty() ? "." : dir) / name;
+        if (access(candidate.c_str(), X_OK) == 0) return candidate.string();
+    }
+    return "";
 }
 
 size_t Lines(const std::string& text) {
@@ -234,6 +248,63 @@ TEST_F(Cli, JsonWithDecodedTextAndRawFrames) {
         EXPECT_EQ(j["boxes"][0]["text"], frames[0]["boxes"][0]["text"]);
     }
     EXPECT_EQ(run.err, "") << "--json prints no summary or progress";
+}
+
+// The tool on an x86-64 CPU without AVX (emulated): the library picks the
+// kernels that CPU can run and must answer exactly as natively, for the frames
+// it decodes from NV21 and the straightened frames it encodes back.
+TEST_F(Cli, CpuWithoutAvxGivesTheNativeAnswers) {
+#if !defined(__x86_64__)
+    GTEST_SKIP() << "x86-64 only";
+#elif defined(SCANCODE_TESTS_SANITIZED)
+    GTEST_SKIP() << "sanitizer runtimes do not run under qemu";
+#else
+    const std::string qemu = FindOnPath("qemu-x86_64");
+    if (qemu.empty()) GTEST_SKIP() << "qemu-x86_64 not installed (scripts/setup.sh test)";
+
+    Frame frame;
+    ASSERT_TRUE(ToNV21Frame(cv::imread(kSample), frame));
+    const std::string raw = Write("frame.nv21", std::string(frame.nv21.begin(), frame.nv21.end()));
+    const std::string size = std::to_string(frame.width) + "x" + std::to_string(frame.height);
+    auto runIn = [&](const std::string& out, const std::vector<std::string>& launcher) {
+        return Tool({"--json", "--decode", "--out", (dir_ / out).string(), "--size", size, raw,
+                     SCANCODE_SAMPLES_DIR},
+                    launcher);
+    };
+    const ToolRun native = runIn("native", {});
+    // Nehalem: SSE4.2, no AVX, AVX2 or FMA.
+    const ToolRun old = runIn("old", {qemu, "-cpu", "Nehalem"});
+    ASSERT_EQ(native.exit, 0) << native.err;
+    ASSERT_EQ(old.exit, 0) << old.err;
+
+    // Every frame's line but its timing.
+    auto frames = [](const std::string& out) {
+        std::vector<nlohmann::json> lines;
+        std::istringstream in(out);
+        for (std::string line; std::getline(in, line);) {
+            nlohmann::json j = nlohmann::json::parse(line, nullptr, false);
+            j.erase("ms");
+            lines.push_back(j);
+        }
+        return lines;
+    };
+    const std::vector<nlohmann::json> want = frames(native.out);
+    ASSERT_EQ(want.size(), 6u) << native.out;
+    EXPECT_EQ(frames(old.out), want);
+    int warped = 0;
+    for (const nlohmann::json& j : want) warped += j["sentWarp"] == true;
+    EXPECT_GT(warped, 0) << "no straightened frame: the encoder went unused";
+
+    // The pictures written, byte for byte.
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(dir_ / "native")) {
+        names.push_back(entry.path().filename().string());
+    }
+    EXPECT_EQ(names.size(), 6u + warped);
+    for (const std::string& name : names) {
+        EXPECT_TRUE(Slurp(dir_ / "native" / name) == Slurp(dir_ / "old" / name)) << name;
+    }
+#endif
 }
 
 }  // namespace

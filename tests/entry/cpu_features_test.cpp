@@ -1,0 +1,74 @@
+#include "platform/cpu_features.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using scancode::KernelVariant;
+using scancode::PickVariant;
+using Fn = int (*)();
+
+int Ref() {
+    return 0;
+}
+int Narrow() {
+    return 1;
+}
+int Wide() {
+    return 2;
+}
+int Fused() {
+    return 3;
+}
+
+constexpr unsigned kSse41 = scancode::kCpuSse41, kAvx2 = scancode::kCpuAvx2,
+                   kFma = scancode::kCpuFma;
+constexpr KernelVariant<Fn> kTable[] = {{"C", 0, Ref},
+                                        {"SSE41", kSse41, Narrow},
+                                        {"AVX2", kAvx2, Wide},
+                                        {"AVX2FMA", kAvx2 | kFma, Fused}};
+
+TEST(PickVariant, TakesTheLastVariantTheFeaturesCover) {
+    const struct {
+        unsigned available;
+        const char* expected;
+    } cases[] = {
+        {0, "C"},
+        {kSse41, "SSE41"},
+        {kAvx2, "AVX2"},  // a variant's needs, not its place, decide
+        {kSse41 | kAvx2, "AVX2"},
+        {kFma, "C"},  // FMA alone covers no variant
+        {kSse41 | kFma, "SSE41"},
+        {kSse41 | kAvx2 | kFma, "AVX2FMA"},
+        {~0u, "AVX2FMA"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(std::string(PickVariant(kTable, c.available).name), c.expected)
+            << "features " << c.available;
+    }
+    // A table of the reference alone, and the reference when nothing fits.
+    constexpr KernelVariant<Fn> refOnly[] = {{"C", 0, Ref}};
+    EXPECT_EQ(PickVariant(refOnly, 0).fn, Ref);
+    constexpr KernelVariant<Fn> unmet[] = {{"C", 0, Ref}, {"X", 1u << 31, Wide}};
+    EXPECT_EQ(PickVariant(unmet, ~0u >> 1).fn, Ref);
+}
+
+TEST(CpuFeatures, DescribeThisArchitecture) {
+    const unsigned f = scancode::CpuFeatures();
+    EXPECT_EQ(f, scancode::DetectCpuFeatures()) << "detected once, the same every time";
+#if defined(__x86_64__)
+    EXPECT_TRUE(scancode::CpuHas(scancode::kCpuSse2)) << "part of every x86-64";
+    EXPECT_FALSE(scancode::CpuHas(scancode::kCpuNeon));
+    // Each level implies the one below it.
+    if (scancode::CpuHas(kAvx2)) {
+        EXPECT_TRUE(scancode::CpuHas(kSse41));
+    }
+#elif defined(__ARM_NEON)
+    EXPECT_EQ(f, unsigned{scancode::kCpuNeon});
+#endif
+    EXPECT_TRUE(scancode::CpuHas(0));
+}
+
+}  // namespace
