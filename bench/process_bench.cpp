@@ -7,9 +7,9 @@
 
 #include "detect/code_detect_graph.h"
 #include "detect/postprocess_calculator.h"
+#include "detect/qr_code_manager.h"
 #include "e2e_support.h"
 #include "entry/color_convert.h"
-#include "detect/qr_code_manager.h"
 #include "inference/code_detect.h"
 #include "inference/detector_layout.h"
 #include "inference/quantize.h"

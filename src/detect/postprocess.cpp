@@ -86,7 +86,8 @@ int CodeDetectPostprocesCalculator::process(float* head, int gridRows, int gridC
         // and visit only the set bits, in column order.
         int c = 0;
         for (; c + 8 <= gridCols; c += 8) {
-            const float* logit = row + static_cast<size_t>(c) * kValuesPerCell + detector_layout::kScoreValue;
+            const float* logit =
+                row + static_cast<size_t>(c) * kValuesPerCell + detector_layout::kScoreValue;
             unsigned mask = 0;
             for (int j = 0; j < 8; ++j) {
                 mask |= static_cast<unsigned>(logit[j * kValuesPerCell] >= kMinScoreLogitF) << j;
@@ -94,7 +95,9 @@ int CodeDetectPostprocesCalculator::process(float* head, int gridRows, int gridC
             for (; mask != 0; mask &= mask - 1) keep(c + __builtin_ctz(mask));
         }
         for (; c < gridCols; ++c) {
-            if (row[static_cast<size_t>(c) * kValuesPerCell + detector_layout::kScoreValue] >= kMinScoreLogitF) keep(c);
+            if (row[static_cast<size_t>(c) * kValuesPerCell + detector_layout::kScoreValue] >=
+                kMinScoreLogitF)
+                keep(c);
         }
     }
     return count;

@@ -14,8 +14,8 @@
 #include <opencv2/imgproc.hpp>
 
 #include "detect/postprocess_calculator.h"
-#include "entry/color_convert.h"
 #include "detect/qr_code_manager.h"
+#include "entry/color_convert.h"
 #include "platform/log.h"
 
 std::vector<cv::Rect> rect2;

@@ -23,10 +23,9 @@ bool ReadDebugSwitch();
 // The debug switch, read once at load (ReadDebugSwitch).
 extern bool gDebugLogOn;
 
-#define LOGD(...)                                                                   \
-    do {                                                                            \
-        if (gDebugLogOn)                                                            \
-            __android_log_print(scancode::kLogDebug, SCANCODE_LOG_TAG, __VA_ARGS__); \
+#define LOGD(...)                                                                                 \
+    do {                                                                                          \
+        if (gDebugLogOn) __android_log_print(scancode::kLogDebug, SCANCODE_LOG_TAG, __VA_ARGS__); \
     } while (0)
 #define LOGI(...) __android_log_print(scancode::kLogInfo, SCANCODE_LOG_TAG, __VA_ARGS__)
 #define LOGE(...) __android_log_print(scancode::kLogError, SCANCODE_LOG_TAG, __VA_ARGS__)

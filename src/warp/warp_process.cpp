@@ -49,8 +49,8 @@ bool isInside(const cv::Rect& r, const cv::Mat& frame) {
 
 }  // namespace
 
-int scancode::warpQRProcess(cv::Mat& frame, const std::vector<cv::Rect>& boxes,
-                            WarpInfo& warpInfo, std::vector<QRInformation>& qrInfos) {
+int scancode::warpQRProcess(cv::Mat& frame, const std::vector<cv::Rect>& boxes, WarpInfo& warpInfo,
+                            std::vector<QRInformation>& qrInfos) {
     std::vector<cv::Mat> crops;
     std::vector<cv::Rect> cropRects;
     std::vector<float> tempRatio;

@@ -79,7 +79,8 @@ class OutputMaps {
     }
 
     void Serve() const {
-        for (int i = 0; i < kHeadCount; ++i) ScriptedAdapterSetOutput(i, maps_[i].data(), maps_[i].size());
+        for (int i = 0; i < kHeadCount; ++i)
+            ScriptedAdapterSetOutput(i, maps_[i].data(), maps_[i].size());
     }
 
     const std::vector<uint8_t>& map(int head) const { return maps_[head]; }

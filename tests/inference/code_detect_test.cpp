@@ -64,7 +64,8 @@ class CodeDetectTest : public ScriptedAdapterTest {
 };
 
 TEST_F(CodeDetectTest, LazyLoadThenDetect) {
-    ASSERT_EQ(detector_->CodeDetect(input_.data(), output_.data(), detector_layout::kOutputValues), 0);
+    ASSERT_EQ(detector_->CodeDetect(input_.data(), output_.data(), detector_layout::kOutputValues),
+              0);
     EXPECT_FALSE(lock().try_lock()) << "set up: the lock is held";
     ExpectDequantizedOutputs();
 

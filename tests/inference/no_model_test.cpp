@@ -19,8 +19,8 @@ TEST_F(ScriptedAdapterTest, MissingModelFailsTheLoadAfterSetup) {
     std::vector<float> out(detector_layout::kOutputValues, 0.0f);
     LogCapture logs;
     int ret = 0;
-    const std::string printed =
-        StdoutOf([&] { ret = detector->CodeDetect(in.data(), out.data(), detector_layout::kOutputValues); });
+    const std::string printed = StdoutOf(
+        [&] { ret = detector->CodeDetect(in.data(), out.data(), detector_layout::kOutputValues); });
     EXPECT_EQ(ret, -1);
     EXPECT_EQ(printed.rfind(std::string("open file ") + SCRIPTED_MODEL_PATH + " failed\n", 0), 0u)
         << printed;

@@ -7,11 +7,11 @@ extern bool gDebugLogOn;
 namespace scancode_test {
 
 class ScopedDebugLog {
-public:
+  public:
     explicit ScopedDebugLog(bool on) : saved_(gDebugLogOn) { gDebugLogOn = on; }
     ~ScopedDebugLog() { gDebugLogOn = saved_; }
 
-private:
+  private:
     bool saved_;
 };
 

@@ -16,7 +16,7 @@ struct LogLine {
 };
 
 class LogCapture {
-public:
+  public:
     LogCapture() { ScanHostSetLogSink(&LogCapture::Sink, this); }
     ~LogCapture() { ScanHostSetLogSink(nullptr, nullptr); }
     LogCapture(const LogCapture&) = delete;
@@ -42,7 +42,7 @@ public:
     }
     void Clear() { lines_.clear(); }
 
-private:
+  private:
     static void Sink(int prio, const char* tag, const char* text, void* user) {
         if (std::string(tag) == "SCAN_CODE_LIB_MSG")
             static_cast<LogCapture*>(user)->lines_.push_back({prio, text});

@@ -34,7 +34,8 @@ std::string EnvName(const char* name) {
     std::string env = "SCANCODE_PROP_";
     for (const char* p = name; *p; ++p) {
         const char c = *p;
-        const bool alnum = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+        const bool alnum =
+            (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
         env += alnum ? c : '_';
     }
     return env;
