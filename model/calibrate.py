@@ -1,6 +1,6 @@
 """Choose the score shift a model file is exported with, on held-out synthetic frames.
 
-    /usr/bin/python3 model/calibrate.py --model FILE [--frames 300]     # prints the shift
+    /usr/bin/python3 -m model.calibrate --model FILE [--frames 300]     # prints the shift
 
 The score is trained to say how well a cell's box fits its code, so a found code
 scores well above the library's fixed threshold while look-alikes (tilings, coins,
@@ -25,10 +25,9 @@ import sys
 import cv2
 import numpy as np
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import export  # noqa: E402
-import net as netmod  # noqa: E402
-import qrdata  # noqa: E402
+from model import export
+from model import net as netmod
+from model import qrdata
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 THRESHOLD = -0.8473  # the library's, on the logit

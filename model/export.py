@@ -1,6 +1,6 @@
 """Export trained weights to the model file the reference adapter loads.
 
-    /usr/bin/python3 model/export.py --ckpt model/ckpt/last.pt --out model/codeDetect_quantized.bin
+    /usr/bin/python3 -m model.export --ckpt model/ckpt/last.pt --out model/codeDetect_quantized.bin
 
 The file is a small header followed by an ONNX graph (layout in model/README.md):
 the graph takes the image as float NCHW in 0..1 (the adapter converts the
@@ -10,14 +10,11 @@ that the adapter can hand the library the codes it dequantizes.
 """
 import argparse
 import io
-import os
 import struct
-import sys
 
 import torch
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import net as netmod  # noqa: E402
+from model import net as netmod
 
 MAGIC = b"SCQM"
 VERSION = 4

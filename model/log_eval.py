@@ -1,6 +1,6 @@
 """Appends one evaluated training state to the training log and keeps the best one.
 
-    /usr/bin/python3 model/log_eval.py QUICK.json CANDIDATE.bin --tsv model/train_log/eval.tsv \
+    /usr/bin/python3 -m model.log_eval QUICK.json CANDIDATE.bin --tsv model/train_log/eval.tsv \
         --best model/codeDetect_quantized.bin
 
 QUICK.json is what the evaluation (`tools/evaluate --quick --json`) wrote for the

@@ -1,21 +1,16 @@
 """Checks of the training pipeline's pieces that must agree with the library.
 
-    /usr/bin/python3 -m unittest discover -s model -p 'test_*.py'
+    /usr/bin/python3 -m unittest model.test_model      # from the repository root
 """
 import os
-import sys
 import tempfile
 import unittest
 
 import numpy as np
 import torch
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import calibrate  # noqa: E402
-import export  # noqa: E402
-import net as netmod  # noqa: E402
-import qrdata  # noqa: E402
-import train  # noqa: E402
+from model import calibrate, export, qrdata, train
+from model import net as netmod
 
 
 def nv21_of_pairs(y, c0, c1, w=8, h=2):

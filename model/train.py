@@ -1,7 +1,7 @@
 """Train the QR detector on synthetic frames, resumably, and write the model file.
 
-    nice -n 5 /usr/bin/python3 model/train.py --minutes 150            # new run, or
-    nice -n 5 /usr/bin/python3 model/train.py --resume model/ckpt/train_state.pt --minutes 150
+    nice -n 5 /usr/bin/python3 -m model.train --minutes 150            # new run, or
+    nice -n 5 /usr/bin/python3 -m model.train --resume model/ckpt/train_state.pt --minutes 150
 
 A run is a fixed number of optimiser steps (--total-steps) with a learning rate that
 follows the step count, so it can be cut into sessions of any length: --minutes only
@@ -23,16 +23,14 @@ import math
 import multiprocessing as mp
 import os
 import signal
-import sys
 import time
 
 import numpy as np
 import torch
 import torch.nn.functional as F
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import net as netmod  # noqa: E402
-import qrdata  # noqa: E402
+from model import net as netmod
+from model import qrdata
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 GRIDS = [80, 40, 20, 10]
@@ -368,7 +366,7 @@ def main(argv=None):
     print(f"stopped at step {step} of {args.total_steps}: {stream.available(step)} frames, "
           f"{(time.time() - start) / 60:.1f} min, {waited:.0f} s waiting for frames", flush=True)
     if args.out:
-        import export
+        from model import export
         model.eval()
         export.export(model, args.out)
     return model

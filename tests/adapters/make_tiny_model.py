@@ -22,8 +22,8 @@ import torch
 import torch.nn as nn
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, "..", "..", "model"))
-import export  # noqa: E402
+sys.path.insert(0, os.path.join(HERE, "..", ".."))
+from model import export  # noqa: E402
 
 
 class Tiny(nn.Module):
