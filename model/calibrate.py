@@ -25,7 +25,7 @@ import sys
 import cv2
 import numpy as np
 
-from model import export
+from model import export, layout
 from model import net as netmod
 from model import qrdata
 
@@ -65,7 +65,7 @@ class Detector:
         res = []
         for y, (_, scale, zp) in zip(self.net.forward([o[0] for o in self.outputs]), self.outputs):
             q = np.clip(np.rint(y.astype(np.float64) / np.float64(np.float32(scale))) - zp, 0, 255)
-            res.append(((q + zp) * np.float32(scale)).astype(np.float32).reshape(-1, 6))
+            res.append(((q + zp) * np.float32(scale)).astype(np.float32).reshape(-1, layout.VALUES_PER_CELL))
         return res
 
 
@@ -79,8 +79,7 @@ def decode(maps, shifts):
     logits are its shift lower (up to one quantization step): threshold, score sort,
     touch suppression."""
     boxes, scores = [], []
-    for m, stride, shift in zip(maps, netmod.STRIDES, list(shifts) + [0.0]):
-        g = qrdata.INPUT // stride
+    for m, stride, g, shift in zip(maps, layout.STRIDES, layout.GRIDS, list(shifts) + [0.0]):
         for k in np.nonzero(m[:, 4].astype(np.float64) >= THRESHOLD + shift)[0]:
             r, c = divmod(int(k), g)
             cx, cy = stride // 2 + c * stride, stride // 2 + r * stride

@@ -14,6 +14,7 @@ import struct
 
 import torch
 
+from model import layout
 from model import net as netmod
 
 MAGIC = b"SCQM"
@@ -68,9 +69,9 @@ def unpack(data):
 
 def onnx_bytes(model):
     dep = netmod.Deployed(model).eval()
-    x = torch.zeros(1, model.stem[0].in_channels, 640, 640)
+    x = torch.zeros(1, model.stem[0].in_channels, layout.INPUT_SIDE, layout.INPUT_SIDE)
     f = io.BytesIO()
-    torch.onnx.export(dep, x, f, input_names=[netmod.INPUT_NAME], output_names=netmod.OUTPUT_NAMES,
+    torch.onnx.export(dep, x, f, input_names=[layout.INPUT_NAME], output_names=layout.OUTPUT_NAMES,
                       opset_version=11, do_constant_folding=True)
     return f.getvalue()
 
@@ -84,9 +85,8 @@ def lower_scores(model, shifts):
 
 
 def export(model, out):
-    data = pack(onnx_bytes(model), netmod.INPUT_NAME,
-                [(n, s, zp) for n, (zp, s) in zip(netmod.OUTPUT_NAMES, netmod.OUTPUT_QUANT)], INPUT_LUMA,
-                max(netmod.STRIDES))
+    data = pack(onnx_bytes(model), layout.INPUT_NAME, [(h.name, h.scale, h.zero_point) for h in layout.HEADS],
+                INPUT_LUMA, max(layout.STRIDES))
     with open(out, "wb") as fh:
         fh.write(data)
     print(f"wrote {out}: {len(data)} bytes", flush=True)

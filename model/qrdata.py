@@ -16,7 +16,8 @@ import cv2
 import numpy as np
 import segno
 
-INPUT = 640
+from model import layout
+
 FRAME_SIZES = [(1280, 720)] * 5 + [(1920, 1080)] * 3 + [(1280, 960), (720, 1280), (1440, 1080)]
 EC_LEVELS = ["l", "m", "q", "h"]
 ALPHABET = string.ascii_letters + string.digits + "/:.-_?=&%"
@@ -59,7 +60,7 @@ def decode_nv21(nv21, w, h):
 
 
 def letterbox_scale(w, h):
-    return float(min(np.float32(INPUT) / np.float32(w), np.float32(INPUT) / np.float32(h)))
+    return float(min(np.float32(layout.INPUT_SIDE) / np.float32(w), np.float32(layout.INPUT_SIDE) / np.float32(h)))
 
 
 def letterbox(img):
@@ -69,7 +70,7 @@ def letterbox(img):
     s = np.float32(letterbox_scale(w, h))
     nw, nh = int(s * np.float32(w)), int(s * np.float32(h))
     small = cv2.resize(img, (nw, nh), interpolation=cv2.INTER_LINEAR)
-    out = np.zeros((INPUT, INPUT, 3), np.uint8)
+    out = np.zeros((layout.INPUT_SIDE, layout.INPUT_SIDE, 3), np.uint8)
     out[:nh, :nw] = small
     return out, float(s)
 

@@ -2,14 +2,17 @@
 
     /usr/bin/python3 -m unittest model.test_model      # from the repository root
 """
+import json
 import os
+import subprocess
+import sys
 import tempfile
 import unittest
 
 import numpy as np
 import torch
 
-from model import calibrate, export, qrdata, train
+from model import calibrate, export, layout, qrdata, train
 from model import net as netmod
 
 
@@ -42,7 +45,7 @@ class TargetTest(unittest.TestCase):
                 self.assertEqual([h for h in range(4) if t[h]["pos"].any()], heads)
                 bx, by = (box[0] + box[2]) / 2, (box[1] + box[3]) / 2
                 for h in heads:
-                    stride = netmod.STRIDES[h]
+                    stride = layout.STRIDES[h]
                     for r, c in np.argwhere(t[h]["pos"]):
                         cx, cy = c * stride + stride // 2, r * stride + stride // 2
                         # near the centre, and its distances put the box where the code is
@@ -80,7 +83,7 @@ class DataTest(unittest.TestCase):
 
 class QuantTest(unittest.TestCase):
     def test_fake_quant_matches_the_adapter_and_library_round_trip(self):
-        for i, (zp, scale) in enumerate(netmod.OUTPUT_QUANT):
+        for i, (zp, scale) in enumerate(layout.OUTPUT_QUANT):
             y = torch.tensor([-100.0, 0.0, 0.3, 2.0, 100.0])
             got = netmod.fake_quant(y, zp, scale).numpy()
             q = np.clip(np.rint(y.numpy() / scale) - zp, 0, 255)
@@ -101,7 +104,7 @@ class DecodeTest(unittest.TestCase):
     """The calibration decodes as the library does; a shift raises one head's threshold."""
 
     def maps(self):
-        return [np.full(((640 // s) ** 2, 6), -20.0, np.float32) for s in netmod.STRIDES]
+        return [np.full((g * g, layout.VALUES_PER_CELL), -20.0, np.float32) for g in layout.GRIDS]
 
     def test_threshold_is_inclusive_and_touching_boxes_are_suppressed(self):
         m = self.maps()
@@ -119,6 +122,52 @@ class DecodeTest(unittest.TestCase):
         a = (0.0, 0.0, 10.0, 10.0)
         self.assertTrue(calibrate.touches(a, (10.5, 0.0, 20.0, 10.0)))
         self.assertFalse(calibrate.touches(a, (11.5, 0.0, 20.0, 10.0)))
+
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+
+
+class LayoutTest(unittest.TestCase):
+    """The layout is the one place the network, the model file and the library's
+    tables take their shapes and quantization from."""
+
+    def test_the_deployed_graph_answers_in_the_layout_shapes(self):
+        with torch.no_grad():
+            outs = netmod.Deployed(netmod.QRDet()).eval()(torch.zeros(1, 1, layout.INPUT_SIDE, layout.INPUT_SIDE))
+        self.assertEqual([tuple(o.shape) for o in outs], [(1, g, g, layout.VALUES_PER_CELL) for g in layout.GRIDS])
+        self.assertEqual(sum(o.numel() for o in outs), layout.OUTPUT_VALUES)
+
+    def test_the_model_file_header_carries_the_layout_exactly(self):
+        with tempfile.TemporaryDirectory() as tmp:
+            path = os.path.join(tmp, "m.bin")
+            export.export(netmod.QRDet().eval(), path)
+            with open(path, "rb") as fh:
+                name, form, step, outs, _ = export.unpack(fh.read())
+        self.assertEqual((name, form, step), (layout.INPUT_NAME, export.INPUT_LUMA, max(layout.STRIDES)))
+        # the header holds float32 scales: a layout scale that is not one would
+        # quantize differently in training than in the library
+        self.assertEqual(outs, [(h.name, h.scale, h.zero_point) for h in layout.HEADS])
+
+    def test_every_head_tiles_the_input_and_fits_the_header(self):
+        for h in layout.HEADS:
+            with self.subTest(head=h.name):
+                self.assertEqual(layout.INPUT_SIDE % h.stride, 0)
+                self.assertLess(len(h.name.encode()), export.NAME_LEN)
+                self.assertTrue(-255 <= h.zero_point <= 0 and h.scale > 0)
+        self.assertEqual(layout.STRIDES, sorted(set(layout.STRIDES)), "output order is finest first")
+
+    def test_the_printed_layout_is_one_json_line_read_without_heavy_imports(self):
+        run = subprocess.run([sys.executable, "-m", "model.layout"], cwd=ROOT, capture_output=True, text=True, check=True)
+        self.assertEqual(run.stdout.count("\n"), 1)
+        got = json.loads(run.stdout)
+        self.assertEqual(list(got), ["input_side", "input_name", "values_per_cell", "output_values", "heads"])
+        self.assertEqual((got["input_side"], got["input_name"], got["values_per_cell"], got["output_values"]),
+                         (layout.INPUT_SIDE, layout.INPUT_NAME, layout.VALUES_PER_CELL, layout.OUTPUT_VALUES))
+        self.assertEqual([(h["name"], h["stride"], h["zero_point"], h["scale"]) for h in got["heads"]],
+                         [tuple(h) for h in layout.HEADS])
+        probe = "import sys, model.layout; print(sorted({'torch', 'cv2', 'numpy'} & set(sys.modules)))"
+        run = subprocess.run([sys.executable, "-c", probe], cwd=ROOT, capture_output=True, text=True, check=True)
+        self.assertEqual(run.stdout.strip(), "[]")
 
 
 class ResumeTest(unittest.TestCase):

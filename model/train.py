@@ -29,11 +29,13 @@ import numpy as np
 import torch
 import torch.nn.functional as F
 
+from model import layout
 from model import net as netmod
 from model import qrdata
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-GRIDS = [80, 40, 20, 10]
+# The trained heads' maps (strides 8 to 64); the stride-128 head is a constant (net.Deployed).
+GRIDS = layout.GRIDS[:4]
 # Sizes (larger box side, input pixels) each head answers for. Neighbouring ranges
 # overlap, so a code near a boundary is a positive in both heads and the better box
 # wins the library's suppression. Upper ends stay within what a cell sees of the
@@ -59,7 +61,7 @@ def build_targets(boxes):
         size = max(x1 - x0, y1 - y0)
         bx, by = (x0 + x1) / 2, (y0 + y1) / 2
         for h in heads_of(size):
-            g, stride = GRIDS[h], netmod.STRIDES[h]
+            g, stride = GRIDS[h], layout.STRIDES[h]
             r = CENTRE_RADIUS * stride
             c0, c1 = max(int(math.floor((bx - r) / stride)), 0), min(int(math.ceil((bx + r) / stride)) + 1, g)
             r0, r1 = max(int(math.floor((by - r) / stride)), 0), min(int(math.ceil((by + r) / stride)) + 1, g)
@@ -174,7 +176,8 @@ class FrameStream:
         self.pool.terminate()
 
 
-CROP_STEP = 64  # windows start on the coarsest trained grid so every head's cells stay aligned
+# windows start on the coarsest trained grid so every head's cells stay aligned
+CROP_STEP = layout.STRIDES[len(GRIDS) - 1]
 
 
 def crop_item(img, tg, crop, rng):
@@ -185,22 +188,22 @@ def crop_item(img, tg, crop, rng):
         h = hs[int(rng.integers(len(hs)))]
         cells = np.argwhere(tg[h]["pos"] > 0)
         r, c = cells[int(rng.integers(len(cells)))]
-        stride = netmod.STRIDES[h]
+        stride = layout.STRIDES[h]
         cy, cx = r * stride + stride // 2, c * stride + stride // 2
 
         def origin(centre):
-            lo, hi = max(0, centre - crop + 32), min(qrdata.INPUT - crop, centre - 32)
+            lo, hi = max(0, centre - crop + 32), min(layout.INPUT_SIDE - crop, centre - 32)
             a = -(-lo // CROP_STEP)
             b = max(hi // CROP_STEP, a)
-            return min(int(rng.integers(a, b + 1)) * CROP_STEP, qrdata.INPUT - crop)
+            return min(int(rng.integers(a, b + 1)) * CROP_STEP, layout.INPUT_SIDE - crop)
 
         oy, ox = origin(cy), origin(cx)
     else:
-        n = (qrdata.INPUT - crop) // CROP_STEP + 1
+        n = (layout.INPUT_SIDE - crop) // CROP_STEP + 1
         oy, ox = int(rng.integers(n)) * CROP_STEP, int(rng.integers(n)) * CROP_STEP
     out = []
     for h, t in enumerate(tg):
-        s = netmod.STRIDES[h]
+        s = layout.STRIDES[h]
         sl = (slice(oy // s, (oy + crop) // s), slice(ox // s, (ox + crop) // s))
         out.append({k: (v[(slice(None),) + sl] if v.ndim == 3 else v[sl]) for k, v in t.items()})
     return img[oy:oy + crop, ox:ox + crop], out
