@@ -126,13 +126,16 @@ def choose(all_maps, truths, log=sys.stderr):
     for n, h in enumerate(reversed(range(4))):
         floor = base - RECALL_SLACK * (n + 1) / 4
         for shift in SHIFTS[1:]:
-            trial = shifts[:h] + [shift] + shifts[h + 1:]
+            trial = shifts[:h] + [shift] + shifts[h + 1 :]
             recall, false_t = tally(all_maps, truths, trial)
             if recall < floor:
                 break
             shifts, false = trial, false_t
-        print(f"head {h}: shift {shifts[h]:.1f}, recall {tally(all_maps, truths, shifts)[0]:.3f}, "
-              f"false boxes per frame {false:.3f}", file=log)
+        print(
+            f"head {h}: shift {shifts[h]:.1f}, recall {tally(all_maps, truths, shifts)[0]:.3f}, "
+            f"false boxes per frame {false:.3f}",
+            file=log,
+        )
     return shifts
 
 

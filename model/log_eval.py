@@ -16,10 +16,20 @@ import shutil
 
 # The recalls the detector is held to, in the log's column order, then box accuracy,
 # false boxes and speed.
-RECALLS = ["sweep_recall_40up_tilt45", "sweep_recall_24_40", "sweep_recall_40up_tilt60",
-           "multi_recall_40up_gap25", "photos_recall"]
-OTHERS = ["box_median_iou_40up", "box_median_size_error_40up", "false_boxes_per_natural_frame",
-          "process_vs_zxing_720p", "process_vs_zxing_1080p"]
+RECALLS = [
+    "sweep_recall_40up_tilt45",
+    "sweep_recall_24_40",
+    "sweep_recall_40up_tilt60",
+    "multi_recall_40up_gap25",
+    "photos_recall",
+]
+OTHERS = [
+    "box_median_iou_40up",
+    "box_median_size_error_40up",
+    "false_boxes_per_natural_frame",
+    "process_vs_zxing_720p",
+    "process_vs_zxing_1080p",
+]
 
 
 def score(goals):

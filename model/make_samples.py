@@ -5,7 +5,6 @@ ignores. Deterministic; writes samples/*.jpg.
     /usr/bin/python3 -m model.make_samples [--out samples]
 """
 import argparse
-import math
 import os
 
 import cv2

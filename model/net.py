@@ -37,8 +37,9 @@ def fake_quant(y, zp, scale):
 
 
 def conv_bn(cin, cout, k=3, s=1, groups=1):
-    return nn.Sequential(nn.Conv2d(cin, cout, k, s, k // 2, groups=groups, bias=False), nn.BatchNorm2d(cout),
-                         nn.ReLU(inplace=True))
+    return nn.Sequential(
+        nn.Conv2d(cin, cout, k, s, k // 2, groups=groups, bias=False), nn.BatchNorm2d(cout), nn.ReLU(inplace=True)
+    )
 
 
 class Block(nn.Module):
@@ -92,9 +93,14 @@ class QRDet(nn.Module):
         super().__init__()
         self.stem = nn.Sequential(nn.Conv2d(1, stem, 4, 4, 0, bias=False), nn.BatchNorm2d(stem), nn.ReLU(inplace=True))
         chans = (stem,) + tuple(widths)
-        self.stages = nn.ModuleList([
-            nn.Sequential(Block(chans[i], chans[i + 1], 2), *[Block(chans[i + 1], chans[i + 1]) for _ in range(depths[i] - 1)])
-            for i in range(4)])
+        self.stages = nn.ModuleList(
+            [
+                nn.Sequential(
+                    Block(chans[i], chans[i + 1], 2), *[Block(chans[i + 1], chans[i + 1]) for _ in range(depths[i] - 1)]
+                )
+                for i in range(4)
+            ]
+        )
         self.heads = nn.ModuleList([Head(c) for c in widths])
         with torch.no_grad():
             # start near the typical log distance of each head's sizes and a low score

@@ -36,9 +36,15 @@ class DecoderTest(unittest.TestCase):
 class TargetTest(unittest.TestCase):
     def test_codes_are_positives_in_every_head_whose_range_holds_them(self):
         # (box, heads): sizes inside one range, and sizes where two ranges overlap
-        cases = [((100, 100, 130, 130), [0]), ((100, 100, 150, 150), [0, 1]), ((200, 40, 290, 120), [1]),
-                 ((300, 100, 480, 250), [2]), ((10, 10, 230, 230), [2, 3]), ((10, 10, 400, 330), [3]),
-                 ((5, 5, 9, 9), [0])]
+        cases = [
+            ((100, 100, 130, 130), [0]),
+            ((100, 100, 150, 150), [0, 1]),
+            ((200, 40, 290, 120), [1]),
+            ((300, 100, 480, 250), [2]),
+            ((10, 10, 230, 230), [2, 3]),
+            ((10, 10, 400, 330), [3]),
+            ((5, 5, 9, 9), [0]),
+        ]
         for box, heads in cases:
             with self.subTest(box=box):
                 t = train.build_targets(np.array([box], np.float32))
@@ -157,14 +163,20 @@ class LayoutTest(unittest.TestCase):
         self.assertEqual(layout.STRIDES, sorted(set(layout.STRIDES)), "output order is finest first")
 
     def test_the_printed_layout_is_one_json_line_read_without_heavy_imports(self):
-        run = subprocess.run([sys.executable, "-m", "model.layout"], cwd=ROOT, capture_output=True, text=True, check=True)
+        run = subprocess.run(
+            [sys.executable, "-m", "model.layout"], cwd=ROOT, capture_output=True, text=True, check=True
+        )
         self.assertEqual(run.stdout.count("\n"), 1)
         got = json.loads(run.stdout)
         self.assertEqual(list(got), ["input_side", "input_name", "values_per_cell", "output_values", "heads"])
-        self.assertEqual((got["input_side"], got["input_name"], got["values_per_cell"], got["output_values"]),
-                         (layout.INPUT_SIDE, layout.INPUT_NAME, layout.VALUES_PER_CELL, layout.OUTPUT_VALUES))
-        self.assertEqual([(h["name"], h["stride"], h["zero_point"], h["scale"]) for h in got["heads"]],
-                         [tuple(h) for h in layout.HEADS])
+        self.assertEqual(
+            (got["input_side"], got["input_name"], got["values_per_cell"], got["output_values"]),
+            (layout.INPUT_SIDE, layout.INPUT_NAME, layout.VALUES_PER_CELL, layout.OUTPUT_VALUES),
+        )
+        self.assertEqual(
+            [(h["name"], h["stride"], h["zero_point"], h["scale"]) for h in got["heads"]],
+            [tuple(h) for h in layout.HEADS],
+        )
         probe = "import sys, model.layout; print(sorted({'torch', 'cv2', 'numpy'} & set(sys.modules)))"
         run = subprocess.run([sys.executable, "-c", probe], cwd=ROOT, capture_output=True, text=True, check=True)
         self.assertEqual(run.stdout.strip(), "[]")
@@ -173,14 +185,44 @@ class LayoutTest(unittest.TestCase):
 class ResumeTest(unittest.TestCase):
     def test_a_resumed_run_ends_with_the_weights_of_an_uninterrupted_one(self):
         with tempfile.TemporaryDirectory() as tmp:
-            common = ["--total-steps", "6", "--batch", "2", "--crop", "128", "--first-frames", "3", "--rate", "0.5",
-                      "--window", "4", "--workers", "1", "--threads", "1", "--cache", os.path.join(tmp, "cache")]
+            common = [
+                "--total-steps",
+                "6",
+                "--batch",
+                "2",
+                "--crop",
+                "128",
+                "--first-frames",
+                "3",
+                "--rate",
+                "0.5",
+                "--window",
+                "4",
+                "--workers",
+                "1",
+                "--threads",
+                "1",
+                "--cache",
+                os.path.join(tmp, "cache"),
+            ]
             whole = train.main(common + ["--state", os.path.join(tmp, "whole.pt")])
             half = os.path.join(tmp, "half.pt")
             train.main(common + ["--state", half, "--max-steps", "3"])
             self.assertEqual(torch.load(half)["step"], 3)
-            resumed = train.main(["--resume", half, "--state", half, "--workers", "1", "--threads", "1",
-                                  "--cache", os.path.join(tmp, "cache")])
+            resumed = train.main(
+                [
+                    "--resume",
+                    half,
+                    "--state",
+                    half,
+                    "--workers",
+                    "1",
+                    "--threads",
+                    "1",
+                    "--cache",
+                    os.path.join(tmp, "cache"),
+                ]
+            )
             for (name, a), b in zip(whole.state_dict().items(), resumed.state_dict().values()):
                 torch.testing.assert_close(a, b, rtol=0, atol=0, msg=name)
 

@@ -113,6 +113,7 @@ def _worker_init():
     signal.signal(signal.SIGTERM, signal.SIG_DFL)
     os.nice(5)
     import cv2
+
     cv2.setNumThreads(1)
     torch.set_num_threads(1)
 
@@ -139,7 +140,9 @@ class FrameStream:
     def _submit(self, upto):
         while self.next_job < upto:
             i = self.next_job
-            self.pending[i] = self.pool.apply_async(_render_to_cache, ((self.seed, i, self.no_code_share, self.path(i)),))
+            self.pending[i] = self.pool.apply_async(
+                _render_to_cache, ((self.seed, i, self.no_code_share, self.path(i)),)
+            )
             self.next_job += 1
 
     def _load(self, i):
@@ -206,7 +209,7 @@ def crop_item(img, tg, crop, rng):
         s = layout.STRIDES[h]
         sl = (slice(oy // s, (oy + crop) // s), slice(ox // s, (ox + crop) // s))
         out.append({k: (v[(slice(None),) + sl] if v.ndim == 3 else v[sl]) for k, v in t.items()})
-    return img[oy:oy + crop, ox:ox + crop], out
+    return img[oy : oy + crop, ox : ox + crop], out
 
 
 def collate(items):
@@ -274,15 +277,33 @@ def full_frame_step(step, total):
 
 def save_state(path, model, opt, step, rng, args):
     tmp = path + ".tmp"
-    torch.save({"model": model.state_dict(), "opt": opt.state_dict(), "step": step,
-                "rng": rng.bit_generator.state, "torch_rng": torch.get_rng_state(),
-                "args": {k: getattr(args, k) for k in RUN_ARGS}}, tmp)
+    torch.save(
+        {
+            "model": model.state_dict(),
+            "opt": opt.state_dict(),
+            "step": step,
+            "rng": rng.bit_generator.state,
+            "torch_rng": torch.get_rng_state(),
+            "args": {k: getattr(args, k) for k in RUN_ARGS},
+        },
+        tmp,
+    )
     os.replace(tmp, path)
 
 
 # What defines a run: a resumed run takes these from its state, not the command line.
-RUN_ARGS = ("total_steps", "batch", "lr", "seed", "crop", "no_code_share", "neg_weight", "rate", "window",
-            "first_frames")
+RUN_ARGS = (
+    "total_steps",
+    "batch",
+    "lr",
+    "seed",
+    "crop",
+    "no_code_share",
+    "neg_weight",
+    "rate",
+    "window",
+    "first_frames",
+)
 
 
 def main(argv=None):
@@ -328,8 +349,9 @@ def main(argv=None):
         step = state["step"]
     os.makedirs(os.path.dirname(args.state) or ".", exist_ok=True)
 
-    stream = FrameStream(args.seed, args.no_code_share, args.first_frames, args.rate, args.window, args.workers,
-                         args.cache)
+    stream = FrameStream(
+        args.seed, args.no_code_share, args.first_frames, args.rate, args.window, args.workers, args.cache
+    )
     start = time.time()
     last_save, waited, ema = start, 0.0, None
     end_step = min(args.total_steps, args.max_steps or args.total_steps)
@@ -356,9 +378,12 @@ def main(argv=None):
             v = np.array([float(loss), float(cls), float(box)])
             ema = v if ema is None else 0.98 * ema + 0.02 * v
             if step % 50 == 0:
-                print(f"step {step} t {(time.time() - start) / 60:.1f}m lr {lr:.2e} loss {ema[0]:.3f} "
-                      f"cls {ema[1]:.3f} box {ema[2]:.3f} frames {stream.available(step)} "
-                      f"waited {waited:.0f}s", flush=True)
+                print(
+                    f"step {step} t {(time.time() - start) / 60:.1f}m lr {lr:.2e} loss {ema[0]:.3f} "
+                    f"cls {ema[1]:.3f} box {ema[2]:.3f} frames {stream.available(step)} "
+                    f"waited {waited:.0f}s",
+                    flush=True,
+                )
             if time.time() - last_save > 600:
                 save_state(args.state, model, opt, step, rng, args)
                 last_save = time.time()
@@ -366,10 +391,14 @@ def main(argv=None):
         stream.close()
         signal.signal(signal.SIGTERM, previous)
     save_state(args.state, model, opt, step, rng, args)
-    print(f"stopped at step {step} of {args.total_steps}: {stream.available(step)} frames, "
-          f"{(time.time() - start) / 60:.1f} min, {waited:.0f} s waiting for frames", flush=True)
+    print(
+        f"stopped at step {step} of {args.total_steps}: {stream.available(step)} frames, "
+        f"{(time.time() - start) / 60:.1f} min, {waited:.0f} s waiting for frames",
+        flush=True,
+    )
     if args.out:
         from model import export
+
         model.eval()
         export.export(model, args.out)
     return model
