@@ -223,9 +223,9 @@ def photo_background(rng, w, h):
 def _two_colours(rng):
     a, b = rng.uniform(0, 255, 3), rng.uniform(0, 255, 3)
     if rng.random() < 0.5:  # often strong contrast, as the hard cases are
-        a, b = np.full(3, rng.uniform(0, 80)) + rng.uniform(0, 40, 3), np.full(3, rng.uniform(170, 255)) - rng.uniform(
-            0, 40, 3
-        )
+        dark = np.full(3, rng.uniform(0, 80)) + rng.uniform(0, 40, 3)
+        light = np.full(3, rng.uniform(170, 255)) - rng.uniform(0, 40, 3)
+        a, b = dark, light
     return a, b
 
 
@@ -261,9 +261,8 @@ def pattern(rng, w, h):
         for r in range(0, gh * k, k + 1):
             for c in range(0, gw * k, k + 1):
                 half = rng.random((k, (k + 1) // 2)) < 0.5
-                mask[r : r + k, c : c + k] = np.concatenate([half, half[:, : k // 2][:, ::-1]], axis=1)[
-                    : mask.shape[0] - r, : mask.shape[1] - c
-                ]
+                block = np.concatenate([half, half[:, : k // 2][:, ::-1]], axis=1)
+                mask[r : r + k, c : c + k] = block[: mask.shape[0] - r, : mask.shape[1] - c]
         mask = cv2.resize(mask, (gw * cell, gh * cell), interpolation=cv2.INTER_NEAREST)
     elif kind == 3:  # coins
         img = np.empty((h, w, 3), np.float32)
@@ -454,9 +453,8 @@ def procedural_background(rng, w, h):
         img += cv2.resize(noise.astype(np.float32), (w, h), interpolation=cv2.INTER_CUBIC)
     if kind < 0.3:  # fine grain / fabric-like texture
         tex = rng.normal(0, rng.uniform(5, 40), (h // 4 + 1, w // 4 + 1, 1)).astype(np.float32)
-        img += cv2.resize(tex, (w, h), interpolation=cv2.INTER_NEAREST if rng.random() < 0.5 else cv2.INTER_LINEAR)[
-            ..., None
-        ]
+        interpolation = cv2.INTER_NEAREST if rng.random() < 0.5 else cv2.INTER_LINEAR
+        img += cv2.resize(tex, (w, h), interpolation=interpolation)[..., None]
     img = img.clip(0, 255).astype(np.uint8)
     # clutter: shapes and lines
     for _ in range(int(rng.integers(0, 25))):
