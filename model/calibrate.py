@@ -1,6 +1,6 @@
 """Choose the score shift a model file is exported with, on held-out synthetic frames.
 
-    /usr/bin/python3 model/calibrate.py --model FILE [--frames 300]     # prints the shift
+    /usr/bin/python3 -m model.calibrate --model FILE [--frames 300]     # prints the shift
 
 The score is trained to say how well a cell's box fits its code, so a found code
 scores well above the library's fixed threshold while look-alikes (tilings, coins,
@@ -25,10 +25,9 @@ import sys
 import cv2
 import numpy as np
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import export  # noqa: E402
-import net as netmod  # noqa: E402
-import qrdata  # noqa: E402
+from model import export, layout
+from model import net as netmod
+from model import qrdata
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 THRESHOLD = -0.8473  # the library's, on the logit
@@ -66,7 +65,7 @@ class Detector:
         res = []
         for y, (_, scale, zp) in zip(self.net.forward([o[0] for o in self.outputs]), self.outputs):
             q = np.clip(np.rint(y.astype(np.float64) / np.float64(np.float32(scale))) - zp, 0, 255)
-            res.append(((q + zp) * np.float32(scale)).astype(np.float32).reshape(-1, 6))
+            res.append(((q + zp) * np.float32(scale)).astype(np.float32).reshape(-1, layout.VALUES_PER_CELL))
         return res
 
 
@@ -80,8 +79,7 @@ def decode(maps, shifts):
     logits are its shift lower (up to one quantization step): threshold, score sort,
     touch suppression."""
     boxes, scores = [], []
-    for m, stride, shift in zip(maps, netmod.STRIDES, list(shifts) + [0.0]):
-        g = qrdata.INPUT // stride
+    for m, stride, g, shift in zip(maps, layout.STRIDES, layout.GRIDS, list(shifts) + [0.0]):
         for k in np.nonzero(m[:, 4].astype(np.float64) >= THRESHOLD + shift)[0]:
             r, c = divmod(int(k), g)
             cx, cy = stride // 2 + c * stride, stride // 2 + r * stride
@@ -128,13 +126,16 @@ def choose(all_maps, truths, log=sys.stderr):
     for n, h in enumerate(reversed(range(4))):
         floor = base - RECALL_SLACK * (n + 1) / 4
         for shift in SHIFTS[1:]:
-            trial = shifts[:h] + [shift] + shifts[h + 1:]
+            trial = shifts[:h] + [shift] + shifts[h + 1 :]
             recall, false_t = tally(all_maps, truths, trial)
             if recall < floor:
                 break
             shifts, false = trial, false_t
-        print(f"head {h}: shift {shifts[h]:.1f}, recall {tally(all_maps, truths, shifts)[0]:.3f}, "
-              f"false boxes per frame {false:.3f}", file=log)
+        print(
+            f"head {h}: shift {shifts[h]:.1f}, recall {tally(all_maps, truths, shifts)[0]:.3f}, "
+            f"false boxes per frame {false:.3f}",
+            file=log,
+        )
     return shifts
 
 

@@ -1,6 +1,6 @@
 """Export trained weights to the model file the reference adapter loads.
 
-    /usr/bin/python3 model/export.py --ckpt model/ckpt/last.pt --out model/codeDetect_quantized.bin
+    /usr/bin/python3 -m model.export --ckpt model/ckpt/last.pt --out model/codeDetect_quantized.bin
 
 The file is a small header followed by an ONNX graph (layout in model/README.md):
 the graph takes the image as float NCHW in 0..1 (the adapter converts the
@@ -10,34 +10,37 @@ that the adapter can hand the library the codes it dequantizes.
 """
 import argparse
 import io
-import os
 import struct
-import sys
 
 import torch
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import net as netmod  # noqa: E402
+from model import layout
+from model import net as netmod
 
 MAGIC = b"SCQM"
 VERSION = 4
 NAME_LEN = 16
 # What the graph's input is made of, from the library's uint8 H x W x C tensor.
 INPUT_PLANES = 0  # its channels, as they are
-INPUT_LUMA = 1    # one channel: OpenCV's 8-bit RGB-to-grey conversion of it
+INPUT_LUMA = 1  # one channel: OpenCV's 8-bit RGB-to-grey conversion of it
 
 
 def pack(onnx_bytes, input_name, outputs, input_form=INPUT_PLANES, crop_step=0):
     """outputs: list of (name, scale, zero point as the library adds it). crop_step:
     0, or the stride the adapter rounds the picture's part of the input up to when it
     runs a fully convolutional graph on that part only."""
+
     def name16(n):
         raw = n.encode()
         assert 0 < len(raw) < NAME_LEN
         return raw.ljust(NAME_LEN, b"\0")
 
-    head = (MAGIC + struct.pack("<III", VERSION, len(outputs), len(onnx_bytes)) + name16(input_name) +
-            struct.pack("<II", input_form, crop_step))
+    head = (
+        MAGIC
+        + struct.pack("<III", VERSION, len(outputs), len(onnx_bytes))
+        + name16(input_name)
+        + struct.pack("<II", input_form, crop_step)
+    )
     for name, scale, zp in outputs:
         head += name16(name) + struct.pack("<fi", scale, zp)
     return head + onnx_bytes
@@ -62,19 +65,26 @@ def unpack(data):
     input_form, crop_step = struct.unpack_from("<II", data, 32)
     outs, off = [], 40
     for _ in range(count):
-        name = data[off:off + NAME_LEN].split(b"\0")[0].decode()
+        name = data[off : off + NAME_LEN].split(b"\0")[0].decode()
         scale, zp = struct.unpack_from("<fi", data, off + NAME_LEN)
         outs.append((name, scale, zp))
         off += NAME_LEN + 8
-    return input_name, input_form, crop_step, outs, data[off:off + size]
+    return input_name, input_form, crop_step, outs, data[off : off + size]
 
 
 def onnx_bytes(model):
     dep = netmod.Deployed(model).eval()
-    x = torch.zeros(1, model.stem[0].in_channels, 640, 640)
+    x = torch.zeros(1, model.stem[0].in_channels, layout.INPUT_SIDE, layout.INPUT_SIDE)
     f = io.BytesIO()
-    torch.onnx.export(dep, x, f, input_names=[netmod.INPUT_NAME], output_names=netmod.OUTPUT_NAMES,
-                      opset_version=11, do_constant_folding=True)
+    torch.onnx.export(
+        dep,
+        x,
+        f,
+        input_names=[layout.INPUT_NAME],
+        output_names=layout.OUTPUT_NAMES,
+        opset_version=11,
+        do_constant_folding=True,
+    )
     return f.getvalue()
 
 
@@ -87,9 +97,13 @@ def lower_scores(model, shifts):
 
 
 def export(model, out):
-    data = pack(onnx_bytes(model), netmod.INPUT_NAME,
-                [(n, s, zp) for n, (zp, s) in zip(netmod.OUTPUT_NAMES, netmod.OUTPUT_QUANT)], INPUT_LUMA,
-                max(netmod.STRIDES))
+    data = pack(
+        onnx_bytes(model),
+        layout.INPUT_NAME,
+        [(h.name, h.scale, h.zero_point) for h in layout.HEADS],
+        INPUT_LUMA,
+        max(layout.STRIDES),
+    )
     with open(out, "wb") as fh:
         fh.write(data)
     print(f"wrote {out}: {len(data)} bytes", flush=True)
@@ -99,8 +113,11 @@ def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--ckpt", required=True)
     ap.add_argument("--out", required=True)
-    ap.add_argument("--score-shift", default="0,0,0,0",
-                    help="per trained head (strides 8 to 64), lower its score logits by this much")
+    ap.add_argument(
+        "--score-shift",
+        default="0,0,0,0",
+        help="per trained head (strides 8 to 64), lower its score logits by this much",
+    )
     args = ap.parse_args()
     model = netmod.QRDet()
     model.load_state_dict(torch.load(args.ckpt)["model"])

@@ -1,6 +1,6 @@
 """Appends one evaluated training state to the training log and keeps the best one.
 
-    /usr/bin/python3 model/log_eval.py QUICK.json CANDIDATE.bin --tsv model/train_log/eval.tsv \
+    /usr/bin/python3 -m model.log_eval QUICK.json CANDIDATE.bin --tsv model/train_log/eval.tsv \
         --best model/codeDetect_quantized.bin
 
 QUICK.json is what the evaluation (`tools/evaluate --quick --json`) wrote for the
@@ -16,10 +16,20 @@ import shutil
 
 # The recalls the detector is held to, in the log's column order, then box accuracy,
 # false boxes and speed.
-RECALLS = ["sweep_recall_40up_tilt45", "sweep_recall_24_40", "sweep_recall_40up_tilt60",
-           "multi_recall_40up_gap25", "photos_recall"]
-OTHERS = ["box_median_iou_40up", "box_median_size_error_40up", "false_boxes_per_natural_frame",
-          "process_vs_zxing_720p", "process_vs_zxing_1080p"]
+RECALLS = [
+    "sweep_recall_40up_tilt45",
+    "sweep_recall_24_40",
+    "sweep_recall_40up_tilt60",
+    "multi_recall_40up_gap25",
+    "photos_recall",
+]
+OTHERS = [
+    "box_median_iou_40up",
+    "box_median_size_error_40up",
+    "false_boxes_per_natural_frame",
+    "process_vs_zxing_720p",
+    "process_vs_zxing_1080p",
+]
 
 
 def score(goals):

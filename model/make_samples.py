@@ -2,16 +2,15 @@
 on the generator's textured backgrounds, clear of the frame edges the library
 ignores. Deterministic; writes samples/*.jpg.
 
-    /usr/bin/python3 model/make_samples.py [--out samples]
+    /usr/bin/python3 -m model.make_samples [--out samples]
 """
 import argparse
-import math
 import os
 
 import cv2
 import numpy as np
 
-import qrdata
+from model import qrdata
 
 # (file, frame size, codes as (centre x, centre y, side px, tilt degrees), seed)
 SAMPLES = [

@@ -10,17 +10,7 @@ import torch
 import torch.nn as nn
 import torch.nn.functional as F
 
-# (zero point as the library adds it, scale) per output, in output order.
-OUTPUT_QUANT = [
-    (-189, 0.06613318622112274),
-    (-221, 0.15657134354114532),
-    (-178, 0.07030908763408661),
-    (-168, 0.07131850719451904),
-    (-255, 0.0829123929142952),
-]
-OUTPUT_NAMES = ["outputs", "_306", "_328", "_350", "_372"]
-STRIDES = [8, 16, 32, 64, 128]
-INPUT_NAME = "inputs"
+from model import layout
 
 
 def luma(image):
@@ -33,7 +23,7 @@ def luma(image):
 
 
 def quant_range(i):
-    zp, scale = OUTPUT_QUANT[i]
+    zp, scale = layout.OUTPUT_QUANT[i]
     return zp * scale, (255 + zp) * scale
 
 
@@ -47,8 +37,9 @@ def fake_quant(y, zp, scale):
 
 
 def conv_bn(cin, cout, k=3, s=1, groups=1):
-    return nn.Sequential(nn.Conv2d(cin, cout, k, s, k // 2, groups=groups, bias=False), nn.BatchNorm2d(cout),
-                         nn.ReLU(inplace=True))
+    return nn.Sequential(
+        nn.Conv2d(cin, cout, k, s, k // 2, groups=groups, bias=False), nn.BatchNorm2d(cout), nn.ReLU(inplace=True)
+    )
 
 
 class Block(nn.Module):
@@ -73,7 +64,7 @@ class Head(nn.Module):
     def __init__(self, c):
         super().__init__()
         self.body = nn.Sequential(conv_bn(c, c, 3, groups=c), conv_bn(c, c, 1))
-        self.out = nn.Conv2d(c, 6, 1)
+        self.out = nn.Conv2d(c, layout.VALUES_PER_CELL, 1)
 
     def forward(self, x):
         return self.out(self.body(x))
@@ -102,9 +93,14 @@ class QRDet(nn.Module):
         super().__init__()
         self.stem = nn.Sequential(nn.Conv2d(1, stem, 4, 4, 0, bias=False), nn.BatchNorm2d(stem), nn.ReLU(inplace=True))
         chans = (stem,) + tuple(widths)
-        self.stages = nn.ModuleList([
-            nn.Sequential(Block(chans[i], chans[i + 1], 2), *[Block(chans[i + 1], chans[i + 1]) for _ in range(depths[i] - 1)])
-            for i in range(4)])
+        self.stages = nn.ModuleList(
+            [
+                nn.Sequential(
+                    Block(chans[i], chans[i + 1], 2), *[Block(chans[i + 1], chans[i + 1]) for _ in range(depths[i] - 1)]
+                )
+                for i in range(4)
+            ]
+        )
         self.heads = nn.ModuleList([Head(c) for c in widths])
         with torch.no_grad():
             # start near the typical log distance of each head's sizes and a low score
@@ -123,7 +119,7 @@ class QRDet(nn.Module):
 
     def quantized(self, x):
         outs, _ = self.forward(x)
-        return [fake_quant(o, *OUTPUT_QUANT[i]) for i, o in enumerate(outs)]
+        return [fake_quant(o, *layout.OUTPUT_QUANT[i]) for i, o in enumerate(outs)]
 
 
 class Deployed(nn.Module):
@@ -139,7 +135,7 @@ class Deployed(nn.Module):
     def __init__(self, net):
         super().__init__()
         self.net = net
-        self.head128 = nn.Conv2d(WIDTHS[-1], 6, 1)
+        self.head128 = nn.Conv2d(WIDTHS[-1], layout.VALUES_PER_CELL, 1)
         with torch.no_grad():
             self.head128.weight.zero_()
             self.head128.bias.fill_(-30.0)

@@ -16,7 +16,8 @@ import cv2
 import numpy as np
 import segno
 
-INPUT = 640
+from model import layout
+
 FRAME_SIZES = [(1280, 720)] * 5 + [(1920, 1080)] * 3 + [(1280, 960), (720, 1280), (1440, 1080)]
 EC_LEVELS = ["l", "m", "q", "h"]
 ALPHABET = string.ascii_letters + string.digits + "/:.-_?=&%"
@@ -49,7 +50,7 @@ def decode_nv21(nv21, w, h):
     """The library's decoder, byte for byte: 16-bit lanes, wrapping products, first
     chroma byte of a pair (V) to channel 0 with gain 455, the second (U) to channel 2."""
     y = nv21[: w * h].reshape(h, w).astype(np.int32)
-    chroma = nv21[w * h:].reshape(-1, w)[np.arange(h) // 2].astype(np.int32)
+    chroma = nv21[w * h :].reshape(-1, w)[np.arange(h) // 2].astype(np.int32)
     c0 = np.repeat(chroma[:, 0::2] - 128, 2, axis=1)
     c1 = np.repeat(chroma[:, 1::2] - 128, 2, axis=1)
     ch0 = y + (_wrap16(455 * c0) >> 8)
@@ -59,7 +60,7 @@ def decode_nv21(nv21, w, h):
 
 
 def letterbox_scale(w, h):
-    return float(min(np.float32(INPUT) / np.float32(w), np.float32(INPUT) / np.float32(h)))
+    return float(min(np.float32(layout.INPUT_SIDE) / np.float32(w), np.float32(layout.INPUT_SIDE) / np.float32(h)))
 
 
 def letterbox(img):
@@ -69,7 +70,7 @@ def letterbox(img):
     s = np.float32(letterbox_scale(w, h))
     nw, nh = int(s * np.float32(w)), int(s * np.float32(h))
     small = cv2.resize(img, (nw, nh), interpolation=cv2.INTER_LINEAR)
-    out = np.zeros((INPUT, INPUT, 3), np.uint8)
+    out = np.zeros((layout.INPUT_SIDE, layout.INPUT_SIDE, 3), np.uint8)
     out[:nh, :nw] = small
     return out, float(s)
 
@@ -165,14 +166,21 @@ def render_modules(matrix, module_px, ink, paper, quiet):
 # Natural photos from Debian's MATE and UKUI wallpaper packages. GNOME's wallpapers
 # and scikit-image's samples are kept apart: the evaluation uses them as QR-free
 # pictures, so the detector must never have seen them.
-PHOTO_GLOBS = ["/usr/share/backgrounds/mate/*/*.jpg", "/usr/share/backgrounds/mate/*/*.png",
-               "/usr/share/backgrounds/*.jpg", "/usr/share/backgrounds/*.png"]
+PHOTO_GLOBS = [
+    "/usr/share/backgrounds/mate/*/*.jpg",
+    "/usr/share/backgrounds/mate/*/*.png",
+    "/usr/share/backgrounds/*.jpg",
+    "/usr/share/backgrounds/*.png",
+]
 _photos = None
 
 
 def photo_paths():
-    return sorted(p for p in {p for g in PHOTO_GLOBS for p in glob.glob(g)}
-                  if "/gnome/" not in p and os.path.getsize(p) <= 12 << 20)
+    return sorted(
+        p
+        for p in {p for g in PHOTO_GLOBS for p in glob.glob(g)}
+        if "/gnome/" not in p and os.path.getsize(p) <= 12 << 20
+    )
 
 
 def photos():
@@ -207,7 +215,7 @@ def photo_background(rng, w, h):
     if ch > ih:
         ch, cw = ih, max(16, int(ih * w / h))
     x, y = int(rng.integers(0, iw - cw + 1)), int(rng.integers(0, ih - ch + 1))
-    out = cv2.resize(np.ascontiguousarray(img[y:y + ch, x:x + cw]), (w, h), interpolation=cv2.INTER_LINEAR)
+    out = cv2.resize(np.ascontiguousarray(img[y : y + ch, x : x + cw]), (w, h), interpolation=cv2.INTER_LINEAR)
     gain = rng.uniform(0.6, 1.3) * rng.uniform(0.85, 1.15, 3)
     return (out.astype(np.float32) * gain + rng.uniform(-30, 30)).clip(0, 255).astype(np.uint8)
 
@@ -215,7 +223,9 @@ def photo_background(rng, w, h):
 def _two_colours(rng):
     a, b = rng.uniform(0, 255, 3), rng.uniform(0, 255, 3)
     if rng.random() < 0.5:  # often strong contrast, as the hard cases are
-        a, b = np.full(3, rng.uniform(0, 80)) + rng.uniform(0, 40, 3), np.full(3, rng.uniform(170, 255)) - rng.uniform(0, 40, 3)
+        dark = np.full(3, rng.uniform(0, 80)) + rng.uniform(0, 40, 3)
+        light = np.full(3, rng.uniform(170, 255)) - rng.uniform(0, 40, 3)
+        a, b = dark, light
     return a, b
 
 
@@ -251,7 +261,8 @@ def pattern(rng, w, h):
         for r in range(0, gh * k, k + 1):
             for c in range(0, gw * k, k + 1):
                 half = rng.random((k, (k + 1) // 2)) < 0.5
-                mask[r:r + k, c:c + k] = np.concatenate([half, half[:, : k // 2][:, ::-1]], axis=1)[: mask.shape[0] - r, : mask.shape[1] - c]
+                block = np.concatenate([half, half[:, : k // 2][:, ::-1]], axis=1)
+                mask[r : r + k, c : c + k] = block[: mask.shape[0] - r, : mask.shape[1] - c]
         mask = cv2.resize(mask, (gw * cell, gh * cell), interpolation=cv2.INTER_NEAREST)
     elif kind == 3:  # coins
         img = np.empty((h, w, 3), np.float32)
@@ -261,10 +272,19 @@ def pattern(rng, w, h):
             cx, cy = int(rng.integers(0, w)), int(rng.integers(0, h))
             col = tuple(float(v) for v in b * rng.uniform(0.6, 1.1))
             cv2.circle(img, (cx, cy), r, col, -1, cv2.LINE_AA)
-            cv2.circle(img, (cx, cy), int(r * rng.uniform(0.75, 0.92)), tuple(v * 0.8 for v in col), max(1, r // 12), cv2.LINE_AA)
+            cv2.circle(
+                img,
+                (cx, cy),
+                int(r * rng.uniform(0.75, 0.92)),
+                tuple(v * 0.8 for v in col),
+                max(1, r // 12),
+                cv2.LINE_AA,
+            )
             for _ in range(int(rng.integers(0, 6))):  # embossed marks
                 px, py = cx + int(rng.uniform(-0.5, 0.5) * r), cy + int(rng.uniform(-0.5, 0.5) * r)
-                cv2.rectangle(img, (px, py), (px + max(1, r // 6), py + max(1, r // 6)), tuple(v * 0.6 for v in col), -1)
+                cv2.rectangle(
+                    img, (px, py), (px + max(1, r // 6), py + max(1, r // 6)), tuple(v * 0.6 for v in col), -1
+                )
         img += rng.normal(0, 6, (h, w, 1)).astype(np.float32)
         return img.clip(0, 255).astype(np.uint8)
     elif kind == 4:  # bricks or tiles with mortar
@@ -272,10 +292,10 @@ def pattern(rng, w, h):
         bw = cell * int(rng.integers(1, 4))
         mortar = max(1, cell // int(rng.integers(4, 12)))
         for r in range(gh):
-            mask[r * cell: r * cell + mortar] = 0
+            mask[r * cell : r * cell + mortar] = 0
             off = (bw // 2) * (r % 2) if rng.random() < 0.7 else 0
             for x in range(-off, gw * cell, bw):
-                mask[r * cell:(r + 1) * cell, max(x, 0):max(x, 0) + mortar] = 0
+                mask[r * cell : (r + 1) * cell, max(x, 0) : max(x, 0) + mortar] = 0
     elif kind == 5:  # halftone dots
         mask = np.zeros((gh * cell, gw * cell), np.uint8)
         rad = rng.uniform(0.15, 0.5, (gh, gw)) * cell
@@ -288,8 +308,15 @@ def pattern(rng, w, h):
         scale = rng.uniform(0.3, 1.2)
         step = max(8, int(30 * scale))
         for y in range(step, h, step):
-            cv2.putText(img, random_text(rng, 20, 120), (int(rng.integers(-20, 20)), y), int(rng.integers(0, 8)), scale,
-                        tuple(float(v) for v in a), max(1, int(scale * 2)))
+            cv2.putText(
+                img,
+                random_text(rng, 20, 120),
+                (int(rng.integers(-20, 20)), y),
+                int(rng.integers(0, 8)),
+                scale,
+                tuple(float(v) for v in a),
+                max(1, int(scale * 2)),
+            )
         return img
     mask = mask[:h, :w].astype(np.float32)[..., None]
     return (a * mask + b * (1 - mask)).clip(0, 255).astype(np.uint8)
@@ -304,7 +331,7 @@ def sprite(rng, size):
     pal = rng.uniform(0, 255, (int(rng.integers(2, 6)), 3))
     colours = pal[rng.integers(0, len(pal), (n, n))]
     if rng.random() < 0.5:  # symmetric colouring too
-        colours[:, n - n // 2:] = colours[:, : n // 2][:, ::-1]
+        colours[:, n - n // 2 :] = colours[:, : n // 2][:, ::-1]
     shape = np.pad(shape, 1)
     colours = np.pad(colours, ((1, 1), (1, 1), (0, 0)))
     outline = cv2.dilate(shape, np.ones((3, 3), np.uint8)) - shape
@@ -370,8 +397,15 @@ def scatter(rng, w, h):
         else:
             img = np.empty((size, size, 3), np.uint8)
             img[:] = rng.uniform(0, 255, 3)
-            cv2.putText(img, random_text(rng, 1, 2), (int(size * 0.1), int(size * 0.85)), int(rng.integers(0, 8)),
-                        size / 30.0, tuple(float(v) for v in rng.uniform(0, 255, 3)), max(1, size // 12))
+            cv2.putText(
+                img,
+                random_text(rng, 1, 2),
+                (int(size * 0.1), int(size * 0.85)),
+                int(rng.integers(0, 8)),
+                size / 30.0,
+                tuple(float(v) for v in rng.uniform(0, 255, 3)),
+                max(1, size // 12),
+            )
             mask = None
         sh, sw = img.shape[:2]
         q = tilted_square(rng, 30)
@@ -396,8 +430,9 @@ def background(rng, w, h):
             q = tilted_square(rng, 50)
             quad = q / (q.max(axis=0) - q.min(axis=0)).max() * max(w, h) * rng.uniform(1.2, 2.0) + [w / 2, h / 2]
             src = np.array([[0, 0], [w, 0], [w, h], [0, h]], np.float32)
-            img = cv2.warpPerspective(img, cv2.getPerspectiveTransform(src, quad.astype(np.float32)), (w, h),
-                                      borderMode=cv2.BORDER_REFLECT)
+            img = cv2.warpPerspective(
+                img, cv2.getPerspectiveTransform(src, quad.astype(np.float32)), (w, h), borderMode=cv2.BORDER_REFLECT
+            )
         return img
     return procedural_background(rng, w, h)
 
@@ -418,7 +453,8 @@ def procedural_background(rng, w, h):
         img += cv2.resize(noise.astype(np.float32), (w, h), interpolation=cv2.INTER_CUBIC)
     if kind < 0.3:  # fine grain / fabric-like texture
         tex = rng.normal(0, rng.uniform(5, 40), (h // 4 + 1, w // 4 + 1, 1)).astype(np.float32)
-        img += cv2.resize(tex, (w, h), interpolation=cv2.INTER_NEAREST if rng.random() < 0.5 else cv2.INTER_LINEAR)[..., None]
+        interpolation = cv2.INTER_NEAREST if rng.random() < 0.5 else cv2.INTER_LINEAR
+        img += cv2.resize(tex, (w, h), interpolation=interpolation)[..., None]
     img = img.clip(0, 255).astype(np.uint8)
     # clutter: shapes and lines
     for _ in range(int(rng.integers(0, 25))):
@@ -427,10 +463,17 @@ def procedural_background(rng, w, h):
         t = rng.random()
         x, y = int(rng.integers(0, w)), int(rng.integers(0, h))
         if t < 0.35:
-            cv2.rectangle(img, (x, y), (x + int(rng.integers(5, w // 3)), y + int(rng.integers(5, h // 3))), col,
-                          -1 if rng.random() < 0.6 else int(rng.integers(1, 8)))
+            cv2.rectangle(
+                img,
+                (x, y),
+                (x + int(rng.integers(5, w // 3)), y + int(rng.integers(5, h // 3))),
+                col,
+                -1 if rng.random() < 0.6 else int(rng.integers(1, 8)),
+            )
         elif t < 0.6:
-            cv2.circle(img, (x, y), int(rng.integers(3, h // 4)), col, -1 if rng.random() < 0.5 else int(rng.integers(1, 6)))
+            cv2.circle(
+                img, (x, y), int(rng.integers(3, h // 4)), col, -1 if rng.random() < 0.5 else int(rng.integers(1, 6))
+            )
         else:
             cv2.line(img, (x, y), (int(rng.integers(0, w)), int(rng.integers(0, h))), col, int(rng.integers(1, 10)))
     return img
@@ -450,8 +493,15 @@ def distractor(rng, size):
         lines = int(rng.integers(1, 8))
         for i in range(lines):
             scale = size / 260.0 * rng.uniform(0.6, 1.6)
-            cv2.putText(img, random_text(rng, 4, 14), (int(size * 0.03), int((i + 1) * size / (lines + 0.5))),
-                        int(rng.integers(0, 8)), scale, tuple(float(c) for c in ink), max(1, int(scale * 2)))
+            cv2.putText(
+                img,
+                random_text(rng, 4, 14),
+                (int(size * 0.03), int((i + 1) * size / (lines + 0.5))),
+                int(rng.integers(0, 8)),
+                scale,
+                tuple(float(c) for c in ink),
+                max(1, int(scale * 2)),
+            )
         return img
     if t < 0.45:  # 1-D barcode
         bars = rng.integers(1, 5, int(rng.integers(30, 90)))
@@ -476,7 +526,7 @@ def distractor(rng, size):
     n = 7 * int(rng.integers(1, 3))
     mod = np.zeros((n, n), np.uint8)
     for k in range(n // 2 + 1):
-        mod[k:n - k, k:n - k] = (k + 1) % 2 if k != n // 2 else 1
+        mod[k : n - k, k : n - k] = (k + 1) % 2 if k != n // 2 else 1
     return cv2.resize(render_modules(mod, 8, ink, paper, 2), (size, size), interpolation=cv2.INTER_NEAREST)
 
 
@@ -573,7 +623,10 @@ def code_picture(rng, size_f):
     mask = None
     if margin == 0 and rng.random() < 0.5:  # printed straight onto the surface: only the modules are opaque
         mask = np.zeros(img.shape[:2], np.uint8)
-        mask[o - quiet * module_px // 2: e + quiet * module_px // 2, o - quiet * module_px // 2: e + quiet * module_px // 2] = 255
+        mask[
+            o - quiet * module_px // 2 : e + quiet * module_px // 2,
+            o - quiet * module_px // 2 : e + quiet * module_px // 2,
+        ] = 255
     elif rng.random() < 0.12:  # shown on a screen: a grid of pixels that the camera turns into moire
         pitch = int(rng.integers(2, 5))
         grid = np.ones(img.shape[:2], np.float32)

@@ -1,8 +1,10 @@
 """Checks of the training pipeline's pieces that must agree with the library.
 
-    /usr/bin/python3 -m unittest discover -s model -p 'test_*.py'
+    /usr/bin/python3 -m unittest model.test_model      # from the repository root
 """
+import json
 import os
+import subprocess
 import sys
 import tempfile
 import unittest
@@ -10,12 +12,8 @@ import unittest
 import numpy as np
 import torch
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import calibrate  # noqa: E402
-import export  # noqa: E402
-import net as netmod  # noqa: E402
-import qrdata  # noqa: E402
-import train  # noqa: E402
+from model import calibrate, export, layout, qrdata, train
+from model import net as netmod
 
 
 def nv21_of_pairs(y, c0, c1, w=8, h=2):
@@ -38,16 +36,22 @@ class DecoderTest(unittest.TestCase):
 class TargetTest(unittest.TestCase):
     def test_codes_are_positives_in_every_head_whose_range_holds_them(self):
         # (box, heads): sizes inside one range, and sizes where two ranges overlap
-        cases = [((100, 100, 130, 130), [0]), ((100, 100, 150, 150), [0, 1]), ((200, 40, 290, 120), [1]),
-                 ((300, 100, 480, 250), [2]), ((10, 10, 230, 230), [2, 3]), ((10, 10, 400, 330), [3]),
-                 ((5, 5, 9, 9), [0])]
+        cases = [
+            ((100, 100, 130, 130), [0]),
+            ((100, 100, 150, 150), [0, 1]),
+            ((200, 40, 290, 120), [1]),
+            ((300, 100, 480, 250), [2]),
+            ((10, 10, 230, 230), [2, 3]),
+            ((10, 10, 400, 330), [3]),
+            ((5, 5, 9, 9), [0]),
+        ]
         for box, heads in cases:
             with self.subTest(box=box):
                 t = train.build_targets(np.array([box], np.float32))
                 self.assertEqual([h for h in range(4) if t[h]["pos"].any()], heads)
                 bx, by = (box[0] + box[2]) / 2, (box[1] + box[3]) / 2
                 for h in heads:
-                    stride = netmod.STRIDES[h]
+                    stride = layout.STRIDES[h]
                     for r, c in np.argwhere(t[h]["pos"]):
                         cx, cy = c * stride + stride // 2, r * stride + stride // 2
                         # near the centre, and its distances put the box where the code is
@@ -85,7 +89,7 @@ class DataTest(unittest.TestCase):
 
 class QuantTest(unittest.TestCase):
     def test_fake_quant_matches_the_adapter_and_library_round_trip(self):
-        for i, (zp, scale) in enumerate(netmod.OUTPUT_QUANT):
+        for i, (zp, scale) in enumerate(layout.OUTPUT_QUANT):
             y = torch.tensor([-100.0, 0.0, 0.3, 2.0, 100.0])
             got = netmod.fake_quant(y, zp, scale).numpy()
             q = np.clip(np.rint(y.numpy() / scale) - zp, 0, 255)
@@ -106,7 +110,7 @@ class DecodeTest(unittest.TestCase):
     """The calibration decodes as the library does; a shift raises one head's threshold."""
 
     def maps(self):
-        return [np.full(((640 // s) ** 2, 6), -20.0, np.float32) for s in netmod.STRIDES]
+        return [np.full((g * g, layout.VALUES_PER_CELL), -20.0, np.float32) for g in layout.GRIDS]
 
     def test_threshold_is_inclusive_and_touching_boxes_are_suppressed(self):
         m = self.maps()
@@ -126,17 +130,99 @@ class DecodeTest(unittest.TestCase):
         self.assertFalse(calibrate.touches(a, (11.5, 0.0, 20.0, 10.0)))
 
 
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+
+
+class LayoutTest(unittest.TestCase):
+    """The layout is the one place the network, the model file and the library's
+    tables take their shapes and quantization from."""
+
+    def test_the_deployed_graph_answers_in_the_layout_shapes(self):
+        with torch.no_grad():
+            outs = netmod.Deployed(netmod.QRDet()).eval()(torch.zeros(1, 1, layout.INPUT_SIDE, layout.INPUT_SIDE))
+        self.assertEqual([tuple(o.shape) for o in outs], [(1, g, g, layout.VALUES_PER_CELL) for g in layout.GRIDS])
+        self.assertEqual(sum(o.numel() for o in outs), layout.OUTPUT_VALUES)
+
+    def test_the_model_file_header_carries_the_layout_exactly(self):
+        with tempfile.TemporaryDirectory() as tmp:
+            path = os.path.join(tmp, "m.bin")
+            export.export(netmod.QRDet().eval(), path)
+            with open(path, "rb") as fh:
+                name, form, step, outs, _ = export.unpack(fh.read())
+        self.assertEqual((name, form, step), (layout.INPUT_NAME, export.INPUT_LUMA, max(layout.STRIDES)))
+        # the header holds float32 scales: a layout scale that is not one would
+        # quantize differently in training than in the library
+        self.assertEqual(outs, [(h.name, h.scale, h.zero_point) for h in layout.HEADS])
+
+    def test_every_head_tiles_the_input_and_fits_the_header(self):
+        for h in layout.HEADS:
+            with self.subTest(head=h.name):
+                self.assertEqual(layout.INPUT_SIDE % h.stride, 0)
+                self.assertLess(len(h.name.encode()), export.NAME_LEN)
+                self.assertTrue(-255 <= h.zero_point <= 0 and h.scale > 0)
+        self.assertEqual(layout.STRIDES, sorted(set(layout.STRIDES)), "output order is finest first")
+
+    def test_the_printed_layout_is_one_json_line_read_without_heavy_imports(self):
+        run = subprocess.run(
+            [sys.executable, "-m", "model.layout"], cwd=ROOT, capture_output=True, text=True, check=True
+        )
+        self.assertEqual(run.stdout.count("\n"), 1)
+        got = json.loads(run.stdout)
+        self.assertEqual(list(got), ["input_side", "input_name", "values_per_cell", "output_values", "heads"])
+        self.assertEqual(
+            (got["input_side"], got["input_name"], got["values_per_cell"], got["output_values"]),
+            (layout.INPUT_SIDE, layout.INPUT_NAME, layout.VALUES_PER_CELL, layout.OUTPUT_VALUES),
+        )
+        self.assertEqual(
+            [(h["name"], h["stride"], h["zero_point"], h["scale"]) for h in got["heads"]],
+            [tuple(h) for h in layout.HEADS],
+        )
+        probe = "import sys, model.layout; print(sorted({'torch', 'cv2', 'numpy'} & set(sys.modules)))"
+        run = subprocess.run([sys.executable, "-c", probe], cwd=ROOT, capture_output=True, text=True, check=True)
+        self.assertEqual(run.stdout.strip(), "[]")
+
+
 class ResumeTest(unittest.TestCase):
     def test_a_resumed_run_ends_with_the_weights_of_an_uninterrupted_one(self):
         with tempfile.TemporaryDirectory() as tmp:
-            common = ["--total-steps", "6", "--batch", "2", "--crop", "128", "--first-frames", "3", "--rate", "0.5",
-                      "--window", "4", "--workers", "1", "--threads", "1", "--cache", os.path.join(tmp, "cache")]
+            common = [
+                "--total-steps",
+                "6",
+                "--batch",
+                "2",
+                "--crop",
+                "128",
+                "--first-frames",
+                "3",
+                "--rate",
+                "0.5",
+                "--window",
+                "4",
+                "--workers",
+                "1",
+                "--threads",
+                "1",
+                "--cache",
+                os.path.join(tmp, "cache"),
+            ]
             whole = train.main(common + ["--state", os.path.join(tmp, "whole.pt")])
             half = os.path.join(tmp, "half.pt")
             train.main(common + ["--state", half, "--max-steps", "3"])
             self.assertEqual(torch.load(half)["step"], 3)
-            resumed = train.main(["--resume", half, "--state", half, "--workers", "1", "--threads", "1",
-                                  "--cache", os.path.join(tmp, "cache")])
+            resumed = train.main(
+                [
+                    "--resume",
+                    half,
+                    "--state",
+                    half,
+                    "--workers",
+                    "1",
+                    "--threads",
+                    "1",
+                    "--cache",
+                    os.path.join(tmp, "cache"),
+                ]
+            )
             for (name, a), b in zip(whole.state_dict().items(), resumed.state_dict().values()):
                 torch.testing.assert_close(a, b, rtol=0, atol=0, msg=name)
 

@@ -1,7 +1,7 @@
 """Train the QR detector on synthetic frames, resumably, and write the model file.
 
-    nice -n 5 /usr/bin/python3 model/train.py --minutes 150            # new run, or
-    nice -n 5 /usr/bin/python3 model/train.py --resume model/ckpt/train_state.pt --minutes 150
+    nice -n 5 /usr/bin/python3 -m model.train --minutes 150            # new run, or
+    nice -n 5 /usr/bin/python3 -m model.train --resume model/ckpt/train_state.pt --minutes 150
 
 A run is a fixed number of optimiser steps (--total-steps) with a learning rate that
 follows the step count, so it can be cut into sessions of any length: --minutes only
@@ -23,19 +23,19 @@ import math
 import multiprocessing as mp
 import os
 import signal
-import sys
 import time
 
 import numpy as np
 import torch
 import torch.nn.functional as F
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import net as netmod  # noqa: E402
-import qrdata  # noqa: E402
+from model import layout
+from model import net as netmod
+from model import qrdata
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-GRIDS = [80, 40, 20, 10]
+# The trained heads' maps (strides 8 to 64); the stride-128 head is a constant (net.Deployed).
+GRIDS = layout.GRIDS[:4]
 # Sizes (larger box side, input pixels) each head answers for. Neighbouring ranges
 # overlap, so a code near a boundary is a positive in both heads and the better box
 # wins the library's suppression. Upper ends stay within what a cell sees of the
@@ -61,7 +61,7 @@ def build_targets(boxes):
         size = max(x1 - x0, y1 - y0)
         bx, by = (x0 + x1) / 2, (y0 + y1) / 2
         for h in heads_of(size):
-            g, stride = GRIDS[h], netmod.STRIDES[h]
+            g, stride = GRIDS[h], layout.STRIDES[h]
             r = CENTRE_RADIUS * stride
             c0, c1 = max(int(math.floor((bx - r) / stride)), 0), min(int(math.ceil((bx + r) / stride)) + 1, g)
             r0, r1 = max(int(math.floor((by - r) / stride)), 0), min(int(math.ceil((by + r) / stride)) + 1, g)
@@ -113,6 +113,7 @@ def _worker_init():
     signal.signal(signal.SIGTERM, signal.SIG_DFL)
     os.nice(5)
     import cv2
+
     cv2.setNumThreads(1)
     torch.set_num_threads(1)
 
@@ -139,7 +140,9 @@ class FrameStream:
     def _submit(self, upto):
         while self.next_job < upto:
             i = self.next_job
-            self.pending[i] = self.pool.apply_async(_render_to_cache, ((self.seed, i, self.no_code_share, self.path(i)),))
+            self.pending[i] = self.pool.apply_async(
+                _render_to_cache, ((self.seed, i, self.no_code_share, self.path(i)),)
+            )
             self.next_job += 1
 
     def _load(self, i):
@@ -176,7 +179,8 @@ class FrameStream:
         self.pool.terminate()
 
 
-CROP_STEP = 64  # windows start on the coarsest trained grid so every head's cells stay aligned
+# windows start on the coarsest trained grid so every head's cells stay aligned
+CROP_STEP = layout.STRIDES[len(GRIDS) - 1]
 
 
 def crop_item(img, tg, crop, rng):
@@ -187,25 +191,25 @@ def crop_item(img, tg, crop, rng):
         h = hs[int(rng.integers(len(hs)))]
         cells = np.argwhere(tg[h]["pos"] > 0)
         r, c = cells[int(rng.integers(len(cells)))]
-        stride = netmod.STRIDES[h]
+        stride = layout.STRIDES[h]
         cy, cx = r * stride + stride // 2, c * stride + stride // 2
 
         def origin(centre):
-            lo, hi = max(0, centre - crop + 32), min(qrdata.INPUT - crop, centre - 32)
+            lo, hi = max(0, centre - crop + 32), min(layout.INPUT_SIDE - crop, centre - 32)
             a = -(-lo // CROP_STEP)
             b = max(hi // CROP_STEP, a)
-            return min(int(rng.integers(a, b + 1)) * CROP_STEP, qrdata.INPUT - crop)
+            return min(int(rng.integers(a, b + 1)) * CROP_STEP, layout.INPUT_SIDE - crop)
 
         oy, ox = origin(cy), origin(cx)
     else:
-        n = (qrdata.INPUT - crop) // CROP_STEP + 1
+        n = (layout.INPUT_SIDE - crop) // CROP_STEP + 1
         oy, ox = int(rng.integers(n)) * CROP_STEP, int(rng.integers(n)) * CROP_STEP
     out = []
     for h, t in enumerate(tg):
-        s = netmod.STRIDES[h]
+        s = layout.STRIDES[h]
         sl = (slice(oy // s, (oy + crop) // s), slice(ox // s, (ox + crop) // s))
         out.append({k: (v[(slice(None),) + sl] if v.ndim == 3 else v[sl]) for k, v in t.items()})
-    return img[oy:oy + crop, ox:ox + crop], out
+    return img[oy : oy + crop, ox : ox + crop], out
 
 
 def collate(items):
@@ -273,15 +277,33 @@ def full_frame_step(step, total):
 
 def save_state(path, model, opt, step, rng, args):
     tmp = path + ".tmp"
-    torch.save({"model": model.state_dict(), "opt": opt.state_dict(), "step": step,
-                "rng": rng.bit_generator.state, "torch_rng": torch.get_rng_state(),
-                "args": {k: getattr(args, k) for k in RUN_ARGS}}, tmp)
+    torch.save(
+        {
+            "model": model.state_dict(),
+            "opt": opt.state_dict(),
+            "step": step,
+            "rng": rng.bit_generator.state,
+            "torch_rng": torch.get_rng_state(),
+            "args": {k: getattr(args, k) for k in RUN_ARGS},
+        },
+        tmp,
+    )
     os.replace(tmp, path)
 
 
 # What defines a run: a resumed run takes these from its state, not the command line.
-RUN_ARGS = ("total_steps", "batch", "lr", "seed", "crop", "no_code_share", "neg_weight", "rate", "window",
-            "first_frames")
+RUN_ARGS = (
+    "total_steps",
+    "batch",
+    "lr",
+    "seed",
+    "crop",
+    "no_code_share",
+    "neg_weight",
+    "rate",
+    "window",
+    "first_frames",
+)
 
 
 def main(argv=None):
@@ -327,8 +349,9 @@ def main(argv=None):
         step = state["step"]
     os.makedirs(os.path.dirname(args.state) or ".", exist_ok=True)
 
-    stream = FrameStream(args.seed, args.no_code_share, args.first_frames, args.rate, args.window, args.workers,
-                         args.cache)
+    stream = FrameStream(
+        args.seed, args.no_code_share, args.first_frames, args.rate, args.window, args.workers, args.cache
+    )
     start = time.time()
     last_save, waited, ema = start, 0.0, None
     end_step = min(args.total_steps, args.max_steps or args.total_steps)
@@ -355,9 +378,12 @@ def main(argv=None):
             v = np.array([float(loss), float(cls), float(box)])
             ema = v if ema is None else 0.98 * ema + 0.02 * v
             if step % 50 == 0:
-                print(f"step {step} t {(time.time() - start) / 60:.1f}m lr {lr:.2e} loss {ema[0]:.3f} "
-                      f"cls {ema[1]:.3f} box {ema[2]:.3f} frames {stream.available(step)} "
-                      f"waited {waited:.0f}s", flush=True)
+                print(
+                    f"step {step} t {(time.time() - start) / 60:.1f}m lr {lr:.2e} loss {ema[0]:.3f} "
+                    f"cls {ema[1]:.3f} box {ema[2]:.3f} frames {stream.available(step)} "
+                    f"waited {waited:.0f}s",
+                    flush=True,
+                )
             if time.time() - last_save > 600:
                 save_state(args.state, model, opt, step, rng, args)
                 last_save = time.time()
@@ -365,10 +391,14 @@ def main(argv=None):
         stream.close()
         signal.signal(signal.SIGTERM, previous)
     save_state(args.state, model, opt, step, rng, args)
-    print(f"stopped at step {step} of {args.total_steps}: {stream.available(step)} frames, "
-          f"{(time.time() - start) / 60:.1f} min, {waited:.0f} s waiting for frames", flush=True)
+    print(
+        f"stopped at step {step} of {args.total_steps}: {stream.available(step)} frames, "
+        f"{(time.time() - start) / 60:.1f} min, {waited:.0f} s waiting for frames",
+        flush=True,
+    )
     if args.out:
-        import export
+        from model import export
+
         model.eval()
         export.export(model, args.out)
     return model

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # One training session of the detector. Resumes the run saved in
 # model/ckpt/train_state.pt (or starts a new one), trains in chunks, and after
-# each chunk exports the state with the score shift model/calibrate.py chooses
+# each chunk exports the state with the score shift model.calibrate chooses
 # and runs the evaluation's quick mode on it, appending a line to
 # model/train_log/eval.tsv. The best evaluated state's model
 # file becomes model/codeDetect_quantized.bin. Commit model/ckpt/train_state.pt,
@@ -28,18 +28,18 @@ while ((end - SECONDS > 8 * 60)); do
     resume=(--resume "$state")
     seed=$("$py" -c "import torch; print(torch.load('$state')['args']['seed'])")
   fi
-  nice -n 5 "$py" model/train.py "${resume[@]}" --minutes $((left < chunk ? left : chunk)) \
+  nice -n 5 "$py" -m model.train "${resume[@]}" --minutes $((left < chunk ? left : chunk)) \
     >>"$logs/seed$seed-run.log" 2>&1
   # a run is named by its data seed
   name=$("$py" -c "import torch; s = torch.load('$state'); print(f\"seed{s['args']['seed']}-step-{s['step']}\")")
   candidate=model/ckpt/$name.bin
-  "$py" model/export.py --ckpt "$state" --out "$candidate" >/dev/null
-  shift_=$("$py" model/calibrate.py --model "$candidate" 2>>"$logs/calibrate.log")
+  "$py" -m model.export --ckpt "$state" --out "$candidate" >/dev/null
+  shift_=$("$py" -m model.calibrate --model "$candidate" 2>>"$logs/calibrate.log")
   echo "$name: score shift $shift_" >>"$logs/calibrate.log"
-  "$py" model/export.py --ckpt "$state" --out "$candidate" --score-shift "$shift_" >/dev/null
+  "$py" -m model.export --ckpt "$state" --out "$candidate" --score-shift "$shift_" >/dev/null
   bash scripts/evaluate.sh --quick --model "$candidate" --json "$logs/quick-$name.json" \
     >"$logs/quick-$name.txt" 2>&1
-  "$py" model/log_eval.py "$logs/quick-$name.json" "$candidate" --tsv "$logs/eval.tsv" \
+  "$py" -m model.log_eval "$logs/quick-$name.json" "$candidate" --tsv "$logs/eval.tsv" \
     --best model/codeDetect_quantized.bin
   done_steps=$("$py" -c "import torch; s = torch.load('$state'); print(int(s['step'] >= s['args']['total_steps']))")
   ((done_steps)) && break

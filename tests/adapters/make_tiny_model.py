@@ -22,8 +22,8 @@ import torch
 import torch.nn as nn
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, "..", "..", "model"))
-import export  # noqa: E402
+sys.path.insert(0, os.path.join(HERE, "..", ".."))
+from model import export  # noqa: E402
 
 
 class Tiny(nn.Module):
@@ -49,8 +49,14 @@ class TinyLuma(nn.Module):
 def write(name, model, outputs, form, side=2, crop_step=0):
     channels = 1 if form == export.INPUT_LUMA else 3
     f = io.BytesIO()
-    torch.onnx.export(model.eval(), torch.zeros(1, channels, side, side), f, input_names=["inputs"],
-                      output_names=[o[0] for o in outputs], opset_version=11)
+    torch.onnx.export(
+        model.eval(),
+        torch.zeros(1, channels, side, side),
+        f,
+        input_names=["inputs"],
+        output_names=[o[0] for o in outputs],
+        opset_version=11,
+    )
     data = export.pack(f.getvalue(), "inputs", outputs, form, crop_step)
     with open(os.path.join(HERE, name), "wb") as fh:
         fh.write(data)

@@ -23,7 +23,10 @@ def main(src, dst):
     if not rows:
         sys.exit("no rows in " + src)
     lo, hi, bins = 16.0, max(float(r["input_px"]) for r in rows) * 1.001, 14
-    edge = lambda i: lo * (hi / lo) ** (i / bins)
+
+    def edge(i):
+        return lo * (hi / lo) ** (i / bins)
+
     sums = defaultdict(lambda: [0, 0, 0])  # (tilt, bin) -> codes, library, zxing
     for r in rows:
         b = min(bins - 1, int(bins * math.log(float(r["input_px"]) / lo) / math.log(hi / lo)))
@@ -35,10 +38,17 @@ def main(src, dst):
     for tilt in sorted({t for t, _ in sums}):
         keys = sorted(b for t, b in sums if t == tilt)
         x = [math.sqrt(edge(b) * edge(b + 1)) for b in keys]
-        line, = ax.plot(x, [sums[(tilt, b)][1] / sums[(tilt, b)][0] for b in keys], "o-",
-                        label=f"library, tilt {tilt}°")
-        ax.plot(x, [sums[(tilt, b)][2] / sums[(tilt, b)][0] for b in keys], "--",
-                color=line.get_color(), alpha=0.5, label=f"zxing-cpp, tilt {tilt}°")
+        (line,) = ax.plot(
+            x, [sums[(tilt, b)][1] / sums[(tilt, b)][0] for b in keys], "o-", label=f"library, tilt {tilt}°"
+        )
+        ax.plot(
+            x,
+            [sums[(tilt, b)][2] / sums[(tilt, b)][0] for b in keys],
+            "--",
+            color=line.get_color(),
+            alpha=0.5,
+            label=f"zxing-cpp, tilt {tilt}°",
+        )
     for edge_px in (24, 40, 56, 120, 240):
         ax.axvline(edge_px, color="grey", lw=0.5)
     ax.set_xscale("log")
