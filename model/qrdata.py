@@ -418,13 +418,13 @@ def background(rng, w, h):
     """Natural photos (45 %), man-made patterns warped like a surface seen at an angle
     (20 %), small things scattered on a surface (15 %), smooth procedural clutter."""
     kind = rng.random()
-    if kind < 0.45:
+    if kind < 0.3:
         img = photo_background(rng, w, h)
         if img is not None:
             return img
-    if kind < 0.6:
+    if kind < 0.7:
         return scatter(rng, w, h)
-    if kind < 0.8:
+    if kind < 0.88:
         img = pattern(rng, w, h)
         if rng.random() < 0.5:
             q = tilted_square(rng, 50)
