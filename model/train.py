@@ -232,14 +232,21 @@ def box_iou(pred, target):
     return iou, iou - (hull - union) / hull.clamp(min=1e-6)
 
 
-def loss_fn(outs, targets, neg_weight=1.0):
+def loss_fn(outs, targets, neg_weight=1.0, overshoot=0.0):
     """Varifocal loss on the score: the target of a positive is the IoU its quantized
     box reaches, so the best box scores highest and survives the library's
     suppression, and positives are weighted by that target rather than focally
     down-weighted, which keeps a well-placed code's score far above the threshold
     (a quality focal loss left found codes barely above it, among look-alikes).
     Every other cell's target is 0, weighted by its probability squared. GIoU and
-    L1 on the log distances for the box, on the positives."""
+    L1 on the log distances for the box, on the positives.
+
+    `overshoot` lowers a positive's score target by that many times the most any
+    edge of its box lies outside the code's (as a share of the code's size). The
+    library drops every box that reaches into the band along the frame's edge, so
+    a box that errs outward loses a code near the edge where one that errs inward
+    keeps it; among a code's candidates the suppression then keeps one that errs
+    inward, while the boxes themselves are still trained on the true edges."""
     cls_total, box_total, npos = 0.0, 0.0, 0.0
     for h, o in enumerate(outs):
         t = targets[h]
@@ -250,8 +257,13 @@ def loss_fn(outs, targets, neg_weight=1.0):
             logd = o[:, :4].permute(0, 2, 3, 1)[pos]
             tdist = t["dist"].permute(0, 2, 3, 1)[pos]
             iou, giou = box_iou(torch.exp(logd), tdist)
-            quality[pos] = iou.detach().clamp(min=0.0)
-            w = quality[pos].clamp(min=0.1)
+            w = iou.detach().clamp(min=0.1)
+            target = iou.detach()
+            if overshoot:
+                pd = torch.exp(logd.detach())
+                size = torch.max(tdist[:, 0] + tdist[:, 2], tdist[:, 1] + tdist[:, 3])
+                target = target - overshoot * (pd - tdist).clamp(min=0.0).max(dim=1).values / size
+            quality[pos] = target.clamp(min=0.0)
             box_total = box_total + (w * ((1 - giou) + 0.5 * (logd - torch.log(tdist)).abs().sum(1))).sum()
             npos += float(pos.sum())
         p = torch.sigmoid(score)
@@ -300,6 +312,7 @@ RUN_ARGS = (
     "crop",
     "no_code_share",
     "neg_weight",
+    "overshoot",
     "rate",
     "window",
     "first_frames",
@@ -316,6 +329,9 @@ def main(argv=None):
     ap.add_argument("--crop", type=int, default=320, help="window side for most steps (0: always whole frames)")
     ap.add_argument("--no-code-share", type=float, default=0.3, help="share of generated frames without a code")
     ap.add_argument("--neg-weight", type=float, default=2.0, help="weight of the score loss on non-positive cells")
+    ap.add_argument(
+        "--overshoot", type=float, default=0.0, help="score cost of a box edge outside the code's, per code size"
+    )
     ap.add_argument("--rate", type=float, default=0.5, help="new frames per step")
     ap.add_argument("--window", type=int, default=2000, help="the latest frames a step samples from")
     ap.add_argument("--first-frames", type=int, default=200, help="frames available at step 0")
@@ -370,7 +386,7 @@ def main(argv=None):
             if args.crop and not full_frame_step(step, args.total_steps):
                 items = [crop_item(img, tg, args.crop, rng) for img, tg in items]
             x, tg = collate(items)
-            loss, cls, box = loss_fn(model.quantized(x), tg, args.neg_weight)
+            loss, cls, box = loss_fn(model.quantized(x), tg, args.neg_weight, args.overshoot)
             opt.zero_grad()
             loss.backward()
             opt.step()
