@@ -414,17 +414,23 @@ def scatter(rng, w, h):
     return surface
 
 
-def background(rng, w, h):
-    """Natural photos (45 %), man-made patterns warped like a surface seen at an angle
-    (20 %), small things scattered on a surface (15 %), smooth procedural clutter."""
+# Shares of the backgrounds: natural photos, small things scattered on a surface,
+# man-made patterns; the rest is smooth procedural clutter.
+BACKGROUND_SHARES = (0.45, 0.15, 0.2)
+
+
+def background(rng, w, h, shares=BACKGROUND_SHARES):
+    """Natural photos, small things scattered on a surface, man-made patterns warped
+    like a surface seen at an angle, or smooth procedural clutter, in `shares`."""
+    photo, scattered, patterns = shares
     kind = rng.random()
-    if kind < 0.45:
+    if kind < photo:
         img = photo_background(rng, w, h)
         if img is not None:
             return img
-    if kind < 0.6:
+    if kind < photo + scattered:
         return scatter(rng, w, h)
-    if kind < 0.8:
+    if kind < photo + scattered + patterns:
         img = pattern(rng, w, h)
         if rng.random() < 0.5:
             q = tilted_square(rng, 50)
@@ -677,13 +683,15 @@ def code_size_range(w, h, size_range):
     return size_range[0], min(size_range[1], 0.9 * min(w, h) * s)
 
 
-def make_frame(rng, frame_size=None, max_codes=4, size_range=(20.0, 600.0), ncode_p=NCODE_P):
+def make_frame(
+    rng, frame_size=None, max_codes=4, size_range=(20.0, 600.0), ncode_p=NCODE_P, backgrounds=BACKGROUND_SHARES
+):
     """One synthetic preview frame. Returns (rgb frame, list of code boxes x0,y0,x1,y1 in
     frame pixels, list of code corner quads in frame pixels; a bent label's quad is
     that of its unbent corners)."""
     w, h = frame_size or FRAME_SIZES[int(rng.integers(len(FRAME_SIZES)))]
     s = letterbox_scale(w, h)
-    frame = background(rng, w, h)
+    frame = background(rng, w, h, backgrounds)
     taken = []
     for _ in range(int(rng.integers(0, 6))):
         size = int(math.exp(rng.uniform(math.log(30), math.log(0.5 * min(w, h)))))

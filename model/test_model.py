@@ -71,6 +71,22 @@ class TargetTest(unittest.TestCase):
         np.testing.assert_allclose(t["dist"][:, r, c], [132 - 118, 132 - 118, 140 - 132, 140 - 132])
 
 
+class ScoreTargetTest(unittest.TestCase):
+    def test_an_overshoot_cost_ranks_a_box_that_errs_inward_above_one_that_errs_outward(self):
+        code = torch.tensor([[10.0, 10.0, 10.0, 10.0]])
+        outward = torch.tensor([[10.5, 10.5, 10.5, 10.5]])  # IoU 400 / 441
+        inward = torch.tensor([[9.5, 9.5, 9.5, 9.5]])  # IoU 361 / 400, a little lower
+
+        def q(box, overshoot):
+            return float(train.quality_target(box, code, overshoot))
+
+        self.assertAlmostEqual(q(outward, 0.0), 400 / 441, places=6)
+        self.assertGreater(q(outward, 0.0), q(inward, 0.0))
+        self.assertLess(q(outward, 2.0), q(inward, 2.0))
+        self.assertAlmostEqual(q(inward, 2.0), q(inward, 0.0), places=6)  # inward costs nothing
+        self.assertAlmostEqual(q(outward, 2.0), 400 / 441 - 2.0 * 0.5 / 20, places=6)
+
+
 class DataTest(unittest.TestCase):
     def test_training_never_sees_the_evaluation_pictures(self):
         for path in qrdata.photo_paths():

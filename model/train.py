@@ -89,19 +89,19 @@ def build_targets(boxes):
     return out
 
 
-def render(seed, index, no_code_share):
+def render(seed, index, no_code_share, backgrounds=qrdata.BACKGROUND_SHARES):
     """Frame `index` of the run with data seed `seed`: (luma input 640 x 640 uint8,
     code boxes in input pixels)."""
     rng = np.random.default_rng([seed, index])
-    inp, boxes = qrdata.make_sample(rng, ncode_p=qrdata.code_count_odds(no_code_share))
+    inp, boxes = qrdata.make_sample(rng, ncode_p=qrdata.code_count_odds(no_code_share), backgrounds=tuple(backgrounds))
     return netmod.luma(inp)[..., 0], boxes.astype(np.float32)
 
 
 def _render_to_cache(job):
-    seed, index, no_code_share, path = job
+    seed, index, no_code_share, backgrounds, path = job
     if os.path.exists(path):
         return index
-    img, boxes = render(seed, index, no_code_share)
+    img, boxes = render(seed, index, no_code_share, backgrounds)
     tmp = path + ".tmp.npz"
     np.savez(tmp, img=img, boxes=boxes)
     os.replace(tmp, path)
@@ -121,8 +121,9 @@ def _worker_init():
 class FrameStream:
     """The frames step k may use: numbers [available(k) - window, available(k))."""
 
-    def __init__(self, seed, no_code_share, first, rate, window, workers, cache_dir, ahead=48):
-        self.seed, self.no_code_share, self.first, self.rate, self.window = seed, no_code_share, first, rate, window
+    def __init__(self, seed, data, first, rate, window, workers, cache_dir, ahead=48):
+        """`data`: the share of frames without a code and the background shares."""
+        self.seed, self.data, self.first, self.rate, self.window = seed, data, first, rate, window
         self.cache_dir = cache_dir
         os.makedirs(cache_dir, exist_ok=True)
         self.frames = {}
@@ -135,13 +136,14 @@ class FrameStream:
         return self.first + int(step * self.rate)
 
     def path(self, i):
-        return os.path.join(self.cache_dir, f"{self.seed}-{self.no_code_share:g}-{i:07d}.npz")
+        tag = "-".join(f"{v:g}" for v in (self.data[0],) + tuple(self.data[1]))
+        return os.path.join(self.cache_dir, f"{self.seed}-{tag}-{i:07d}.npz")
 
     def _submit(self, upto):
         while self.next_job < upto:
             i = self.next_job
             self.pending[i] = self.pool.apply_async(
-                _render_to_cache, ((self.seed, i, self.no_code_share, self.path(i)),)
+                _render_to_cache, ((self.seed, i) + tuple(self.data) + (self.path(i),),)
             )
             self.next_job += 1
 
@@ -232,14 +234,30 @@ def box_iou(pred, target):
     return iou, iou - (hull - union) / hull.clamp(min=1e-6)
 
 
-def loss_fn(outs, targets, neg_weight=1.0):
+def quality_target(pred, target, overshoot=0.0):
+    """The score a positive cell is trained towards: the IoU its box (distances from
+    the cell centre, N x 4) reaches with the code's, less `overshoot` times the most
+    any of its edges lies outside the code's, as a share of the code's size. The
+    library drops every box that reaches into the band along the frame's edge, so a
+    box that errs outward loses a code near the edge where one that errs inward
+    keeps it: with an overshoot cost, the suppression keeps a code's candidate that
+    errs inward, while the boxes themselves are still trained on the true edges."""
+    iou, _ = box_iou(pred, target)
+    if overshoot:
+        size = torch.max(target[:, 0] + target[:, 2], target[:, 1] + target[:, 3])
+        iou = iou - overshoot * (pred - target).clamp(min=0.0).max(dim=1).values / size
+    return iou.clamp(min=0.0)
+
+
+def loss_fn(outs, targets, neg_weight=1.0, overshoot=0.0):
     """Varifocal loss on the score: the target of a positive is the IoU its quantized
     box reaches, so the best box scores highest and survives the library's
     suppression, and positives are weighted by that target rather than focally
     down-weighted, which keeps a well-placed code's score far above the threshold
     (a quality focal loss left found codes barely above it, among look-alikes).
     Every other cell's target is 0, weighted by its probability squared. GIoU and
-    L1 on the log distances for the box, on the positives."""
+    L1 on the log distances for the box, on the positives (see quality_target for
+    `overshoot`)."""
     cls_total, box_total, npos = 0.0, 0.0, 0.0
     for h, o in enumerate(outs):
         t = targets[h]
@@ -250,8 +268,8 @@ def loss_fn(outs, targets, neg_weight=1.0):
             logd = o[:, :4].permute(0, 2, 3, 1)[pos]
             tdist = t["dist"].permute(0, 2, 3, 1)[pos]
             iou, giou = box_iou(torch.exp(logd), tdist)
-            quality[pos] = iou.detach().clamp(min=0.0)
-            w = quality[pos].clamp(min=0.1)
+            w = iou.detach().clamp(min=0.1)
+            quality[pos] = quality_target(torch.exp(logd.detach()), tdist, overshoot)
             box_total = box_total + (w * ((1 - giou) + 0.5 * (logd - torch.log(tdist)).abs().sum(1))).sum()
             npos += float(pos.sum())
         p = torch.sigmoid(score)
@@ -299,7 +317,9 @@ RUN_ARGS = (
     "seed",
     "crop",
     "no_code_share",
+    "backgrounds",
     "neg_weight",
+    "overshoot",
     "rate",
     "window",
     "first_frames",
@@ -315,7 +335,16 @@ def main(argv=None):
     ap.add_argument("--seed", type=int, default=1)
     ap.add_argument("--crop", type=int, default=320, help="window side for most steps (0: always whole frames)")
     ap.add_argument("--no-code-share", type=float, default=0.3, help="share of generated frames without a code")
+    ap.add_argument(
+        "--backgrounds",
+        type=lambda v: tuple(float(x) for x in v.split(",")),
+        default=qrdata.BACKGROUND_SHARES,
+        help="shares of photo, scattered look-alike and pattern backgrounds (the rest procedural)",
+    )
     ap.add_argument("--neg-weight", type=float, default=2.0, help="weight of the score loss on non-positive cells")
+    ap.add_argument(
+        "--overshoot", type=float, default=0.0, help="score cost of a box edge outside the code's, per code size"
+    )
     ap.add_argument("--rate", type=float, default=0.5, help="new frames per step")
     ap.add_argument("--window", type=int, default=2000, help="the latest frames a step samples from")
     ap.add_argument("--first-frames", type=int, default=200, help="frames available at step 0")
@@ -350,7 +379,13 @@ def main(argv=None):
     os.makedirs(os.path.dirname(args.state) or ".", exist_ok=True)
 
     stream = FrameStream(
-        args.seed, args.no_code_share, args.first_frames, args.rate, args.window, args.workers, args.cache
+        args.seed,
+        (args.no_code_share, tuple(args.backgrounds)),
+        args.first_frames,
+        args.rate,
+        args.window,
+        args.workers,
+        args.cache,
     )
     start = time.time()
     last_save, waited, ema = start, 0.0, None
@@ -370,7 +405,7 @@ def main(argv=None):
             if args.crop and not full_frame_step(step, args.total_steps):
                 items = [crop_item(img, tg, args.crop, rng) for img, tg in items]
             x, tg = collate(items)
-            loss, cls, box = loss_fn(model.quantized(x), tg, args.neg_weight)
+            loss, cls, box = loss_fn(model.quantized(x), tg, args.neg_weight, args.overshoot)
             opt.zero_grad()
             loss.backward()
             opt.step()
