@@ -78,7 +78,7 @@ class ScoreTargetTest(unittest.TestCase):
         inward = torch.tensor([[9.5, 9.5, 9.5, 9.5]])  # IoU 361 / 400, a little lower
 
         def q(box, overshoot):
-            return float(train.quality_target(box, code, overshoot))
+            return float(train.quality_target(train.box_iou(box, code)[0], box, code, overshoot))
 
         self.assertAlmostEqual(q(outward, 0.0), 400 / 441, places=6)
         self.assertGreater(q(outward, 0.0), q(inward, 0.0))

@@ -93,15 +93,15 @@ def render(seed, index, no_code_share, backgrounds=qrdata.BACKGROUND_SHARES):
     """Frame `index` of the run with data seed `seed`: (luma input 640 x 640 uint8,
     code boxes in input pixels)."""
     rng = np.random.default_rng([seed, index])
-    inp, boxes = qrdata.make_sample(rng, ncode_p=qrdata.code_count_odds(no_code_share), backgrounds=tuple(backgrounds))
+    inp, boxes = qrdata.make_sample(rng, ncode_p=qrdata.code_count_odds(no_code_share), backgrounds=backgrounds)
     return netmod.luma(inp)[..., 0], boxes.astype(np.float32)
 
 
 def _render_to_cache(job):
-    seed, index, no_code_share, backgrounds, path = job
+    seed, index, data, path = job
     if os.path.exists(path):
         return index
-    img, boxes = render(seed, index, no_code_share, backgrounds)
+    img, boxes = render(seed, index, *data)
     tmp = path + ".tmp.npz"
     np.savez(tmp, img=img, boxes=boxes)
     os.replace(tmp, path)
@@ -136,15 +136,14 @@ class FrameStream:
         return self.first + int(step * self.rate)
 
     def path(self, i):
-        tag = "-".join(f"{v:g}" for v in (self.data[0],) + tuple(self.data[1]))
+        no_code_share, backgrounds = self.data
+        tag = "-".join(f"{v:g}" for v in (no_code_share,) + backgrounds)
         return os.path.join(self.cache_dir, f"{self.seed}-{tag}-{i:07d}.npz")
 
     def _submit(self, upto):
         while self.next_job < upto:
             i = self.next_job
-            self.pending[i] = self.pool.apply_async(
-                _render_to_cache, ((self.seed, i) + tuple(self.data) + (self.path(i),),)
-            )
+            self.pending[i] = self.pool.apply_async(_render_to_cache, ((self.seed, i, self.data, self.path(i)),))
             self.next_job += 1
 
     def _load(self, i):
@@ -234,15 +233,14 @@ def box_iou(pred, target):
     return iou, iou - (hull - union) / hull.clamp(min=1e-6)
 
 
-def quality_target(pred, target, overshoot=0.0):
-    """The score a positive cell is trained towards: the IoU its box (distances from
-    the cell centre, N x 4) reaches with the code's, less `overshoot` times the most
+def quality_target(iou, pred, target, overshoot=0.0):
+    """The score a positive cell is trained towards: `iou`, the IoU its box (distances
+    from the cell centre, N x 4) reaches with the code's, less `overshoot` times the most
     any of its edges lies outside the code's, as a share of the code's size. The
     library drops every box that reaches into the band along the frame's edge, so a
     box that errs outward loses a code near the edge where one that errs inward
     keeps it: with an overshoot cost, the suppression keeps a code's candidate that
     errs inward, while the boxes themselves are still trained on the true edges."""
-    iou, _ = box_iou(pred, target)
     if overshoot:
         size = torch.max(target[:, 0] + target[:, 2], target[:, 1] + target[:, 3])
         iou = iou - overshoot * (pred - target).clamp(min=0.0).max(dim=1).values / size
@@ -269,7 +267,7 @@ def loss_fn(outs, targets, neg_weight=1.0, overshoot=0.0):
             tdist = t["dist"].permute(0, 2, 3, 1)[pos]
             iou, giou = box_iou(torch.exp(logd), tdist)
             w = iou.detach().clamp(min=0.1)
-            quality[pos] = quality_target(torch.exp(logd.detach()), tdist, overshoot)
+            quality[pos] = quality_target(iou.detach(), torch.exp(logd.detach()), tdist, overshoot)
             box_total = box_total + (w * ((1 - giou) + 0.5 * (logd - torch.log(tdist)).abs().sum(1))).sum()
             npos += float(pos.sum())
         p = torch.sigmoid(score)
