@@ -8,29 +8,22 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
 
-using CreateManagerFn = void* (*)(const void*);
-using LoadFn = int (*)(void*, const void*, int);
-using DestroyManagerFn = void (*)(void*);
-using UnloadFn = int (*)(void*);
-using CreateTensorFn = void* (*)(void*, const void*);
-using GetDataFn = void* (*)(void*);
-using RunFn = int (*)(void*, const char*, void**, int, void**, int, int);
-using DestroyTensorFn = void (*)(void*);
-
+// The adapter's eight functions, as the library declares them.
 struct Adapter {
     void* lib = nullptr;
-    CreateManagerFn createManager = nullptr;
-    LoadFn load = nullptr;
-    DestroyManagerFn destroyManager = nullptr;
-    UnloadFn unload = nullptr;
-    CreateTensorFn createTensor = nullptr;
-    GetDataFn getData = nullptr;
-    RunFn run = nullptr;
-    DestroyTensorFn destroyTensor = nullptr;
+    void* (*createManager)(const void*) = nullptr;
+    int (*load)(void*, const void*, int) = nullptr;
+    void (*destroyManager)(void*) = nullptr;
+    int (*unload)(void*) = nullptr;
+    void* (*createTensor)(void*, const void*) = nullptr;
+    void* (*getData)(void*) = nullptr;
+    int (*run)(void*, const char*, void**, int, void**, int, int) = nullptr;
+    void (*destroyTensor)(void*) = nullptr;
 };
 
 template <typename T>
@@ -41,13 +34,8 @@ void Put(std::vector<unsigned char>& rec, size_t offset, T value) {
 // The 64-byte tensor configuration record: N, H, W, C; 0, 4, 1; name; index.
 std::vector<unsigned char> TensorRecord(const char* name, int index, int n, int h, int w, int c) {
     std::vector<unsigned char> rec(64, 0xAB);  // bytes the library leaves unwritten hold junk
-    Put<int32_t>(rec, 0, n);
-    Put<int32_t>(rec, 4, h);
-    Put<int32_t>(rec, 8, w);
-    Put<int32_t>(rec, 12, c);
-    Put<int32_t>(rec, 16, 0);
-    Put<int32_t>(rec, 20, 4);
-    Put<int32_t>(rec, 24, 1);
+    const int32_t fields[] = {n, h, w, c, 0, 4, 1};
+    for (int i = 0; i < 7; ++i) Put<int32_t>(rec, 4 * i, fields[i]);
     Put<const char*>(rec, 32, name);
     Put<int32_t>(rec, 40, index);
     std::memset(rec.data() + 44, 0, 20);
@@ -61,11 +49,9 @@ std::vector<unsigned char> ModelDescriptor(const char* name, const void* bytes, 
     Put<const char*>(rec, 0, name);
     Put<const void*>(rec, 8, bytes);
     Put<int32_t>(rec, 16, size);
-    Put<int32_t>(rec, 24, 0x43414645);
-    Put<int32_t>(rec, 28, 1);
-    Put<int32_t>(rec, 32, 2);
-    Put<int32_t>(rec, 56, 1);
-    Put<int32_t>(rec, 60, outputCount);
+    for (auto [offset, value] :
+         {std::pair{24, 0x43414645}, {28, 1}, {32, 2}, {56, 1}, {60, outputCount}})
+        Put<int32_t>(rec, offset, value);
     Put<void**>(rec, 64, inputs);
     Put<void**>(rec, 72, outputs);
     return rec;
@@ -88,14 +74,14 @@ class ReferenceAdapterTest : public ::testing::Test {
     void SetUp() override {
         a.lib = dlopen(SCANREF_ADAPTER_PATH, RTLD_NOW);
         ASSERT_NE(a.lib, nullptr) << dlerror();
-        a.createManager = reinterpret_cast<CreateManagerFn>(Sym("NNModelManagerCreateWithConfig"));
-        a.load = reinterpret_cast<LoadFn>(Sym("NNModelLoadFromBuffer"));
-        a.destroyManager = reinterpret_cast<DestroyManagerFn>(Sym("NNModelManagerDestroy"));
-        a.unload = reinterpret_cast<UnloadFn>(Sym("NNModelUnload"));
-        a.createTensor = reinterpret_cast<CreateTensorFn>(Sym("NNTensorBufferCreateWithConfig"));
-        a.getData = reinterpret_cast<GetDataFn>(Sym("NNTensorBufferGetData"));
-        a.run = reinterpret_cast<RunFn>(Sym("NNModelRun"));
-        a.destroyTensor = reinterpret_cast<DestroyTensorFn>(Sym("NNTensorBufferDestroy"));
+        Sym(a.createManager, "NNModelManagerCreateWithConfig");
+        Sym(a.load, "NNModelLoadFromBuffer");
+        Sym(a.destroyManager, "NNModelManagerDestroy");
+        Sym(a.unload, "NNModelUnload");
+        Sym(a.createTensor, "NNTensorBufferCreateWithConfig");
+        Sym(a.getData, "NNTensorBufferGetData");
+        Sym(a.run, "NNModelRun");
+        Sym(a.destroyTensor, "NNTensorBufferDestroy");
         model = ReadAll(TINY_MODEL_PATH);
         ASSERT_GT(model.size(), 40u);
         auto config = ManagerConfig();
@@ -112,10 +98,10 @@ class ReferenceAdapterTest : public ::testing::Test {
         if (a.lib != nullptr) dlclose(a.lib);
     }
 
-    void* Sym(const char* name) {
-        void* f = dlsym(a.lib, name);
-        EXPECT_NE(f, nullptr) << name;
-        return f;
+    template <typename Fn>
+    void Sym(Fn& fn, const char* name) {
+        fn = reinterpret_cast<Fn>(dlsym(a.lib, name));
+        EXPECT_NE(fn, nullptr) << name;
     }
 
     int Load(const std::vector<unsigned char>& bytes, const char* name = "codeDetect") {

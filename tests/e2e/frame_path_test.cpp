@@ -1,13 +1,12 @@
-// Frames through Init/Process/DeInit of the shared library, with the
-// scripted adapter serving network outputs that place known boxes.
+// Frames through Init/Process/DeInit of the shared library that the sample
+// frame digest does not reach: rejected arguments and portrait or square
+// frames in the network input.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
 
 #include "e2e_support.h"
 #include "log_capture.h"
-#include "qr_decode.h"
-#include "qr_render.h"
 #include "scancode.h"
 
 namespace scancode_test {
@@ -21,11 +20,7 @@ class FramePath : public ::testing::Test {
         ScriptedAdapterReset();
         ASSERT_EQ(Init(&handle_), 0);
     }
-    void TearDown() override {
-        g_cancelRun = false;
-        isDebug = false;
-        DeInit(handle_);
-    }
+    void TearDown() override { DeInit(handle_); }
 
     int Run(const std::vector<uint8_t>& nv21, int width, int height) {
         out_.assign(nv21.size(), kUntouched);
@@ -41,71 +36,6 @@ class FramePath : public ::testing::Test {
     std::vector<uint8_t> out_;
     WarpPicInfo pic_{};
 };
-
-TEST_F(FramePath, NothingFoundLeavesTheHostsRecordsAlone) {
-    LogCapture logs;
-    EXPECT_EQ(Run(GreyNV21(1920, 1080, 90), 1920, 1080), -1);
-    EXPECT_FALSE(pic_.sendWarpPic);
-    EXPECT_TRUE(OutUntouched());
-    EXPECT_EQ(zoom_.bestZoom, -5.0f);
-    EXPECT_EQ(logs.lines(), (std::vector<LogLine>{{4, "Process() enter"},
-                                                  {4, "no object detect"},
-                                                  {4, "no send warp pic to camera"},
-                                                  {4, "has Warp is 0"},
-                                                  {4, "Process() leave"}}));
-}
-
-TEST_F(FramePath, TiltedCodeComesBackStraightened) {
-    const cv::Size size(1920, 1080);
-    const std::string text = "scancode end to end";
-    SceneWithCode scene =
-        MakeScene(size, ViewedSquare({960, 540}, 320, 8, 48, 0), text, 8, 0.8, 3.0);
-    ASSERT_GT(std::max(scene.box.width, scene.box.height),
-              1.2 * std::min(scene.box.width, scene.box.height));
-    OutputMaps maps;
-    maps.Place(2, ToInput(scene.box, size.width, size.height));
-    maps.Serve();
-
-    LogCapture logs;
-    const int rc = Run(ToNV21(scene.frame), size.width, size.height);
-    EXPECT_TRUE(rc == 0 || rc == -2) << rc;
-    ASSERT_TRUE(pic_.sendWarpPic);
-    EXPECT_TRUE(logs.Contains(4, "the num of qrcode is 1"));
-    EXPECT_TRUE(logs.Contains(4, "has Warp is 1"));
-
-    // The whole frame came back; the straightened code sits over the box.
-    cv::Mat back;
-    cv::cvtColor(cv::Mat(size.height * 3 / 2, size.width, CV_8UC1, out_.data()), back,
-                 cv::COLOR_YUV2BGR_NV21);
-    const cv::Rect around = (scene.box + cv::Size(scene.box.width, scene.box.height)) -
-                            cv::Point(scene.box.width / 2, scene.box.height / 2);
-    EXPECT_EQ(DecodeQr(back(around & cv::Rect(cv::Point(), size))), text);
-}
-
-TEST_F(FramePath, TwoCodesGetAZoomButNoStraightening) {
-    OutputMaps maps;
-    maps.Place(2, ToInput({500, 400, 120, 160}, 1920, 1080));
-    maps.Place(2, ToInput({1300, 450, 120, 160}, 1920, 1080));
-    maps.Serve();
-    LogCapture logs;
-    EXPECT_EQ(Run(GreyNV21(1920, 1080, 90), 1920, 1080), 0);
-    EXPECT_TRUE(logs.Contains(4, "the num of qrcode is 2"));
-    EXPECT_FALSE(pic_.sendWarpPic);
-    EXPECT_TRUE(OutUntouched());
-    EXPECT_GT(zoom_.bestZoom, 0.0f);
-    EXPECT_LE(zoom_.bestZoom, 1.0f);
-}
-
-TEST_F(FramePath, CancelFlagEndsTheFrameAfterInference) {
-    OutputMaps maps;
-    maps.Place(2, ToInput({800, 400, 150, 200}, 1920, 1080));
-    maps.Serve();
-    g_cancelRun = true;
-    LogCapture logs;
-    EXPECT_EQ(Run(GreyNV21(1920, 1080, 90), 1920, 1080), -1);
-    EXPECT_FALSE(logs.Contains("the num of qrcode is 1"));
-    EXPECT_GT(ScriptedAdapterCallCount(), 0);  // the network still ran
-}
 
 struct BadCall {
     const char* name;
@@ -148,8 +78,7 @@ struct Letterbox {
 class LetterboxTest : public FramePath, public ::testing::WithParamInterface<Letterbox> {};
 
 INSTANTIATE_TEST_SUITE_P(Frames, LetterboxTest,
-                         ::testing::Values(Letterbox{1920, 1080, 640, 360},
-                                           Letterbox{1080, 1920, 360, 640},
+                         ::testing::Values(Letterbox{1080, 1920, 360, 640},
                                            Letterbox{640, 640, 640, 640}));
 
 TEST_P(LetterboxTest, FrameIsAnchoredTopLeftWithBlackPadding) {

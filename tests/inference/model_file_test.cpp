@@ -2,7 +2,6 @@
 // gone short between sizing and reading, a FIFO, a directory, a device.
 // Each call runs under a watchdog: the failure being guarded against is a
 // call that never returns.
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,7 +11,6 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "inference/npu_model_loader.h"
@@ -81,18 +79,6 @@ TEST_F(ModelFileTest, LengthIsZeroForAnythingButARegularFile) {
     }
 }
 
-TEST_F(ModelFileTest, ReadsAWholeFile) {
-    const std::string path = Write("model.bin", "0123456789");
-    char buffer[10] = {};
-    int ret = -2;
-    const std::string printed = Printed("ReadFile", [&] {
-        ret = ReadFile(path.c_str(), buffer, static_cast<int>(GetFileLength(path.c_str())));
-    });
-    EXPECT_EQ(ret, 0);
-    EXPECT_EQ(std::string(buffer, 10), "0123456789");
-    EXPECT_EQ(printed, "read " + path + " success!\n");
-}
-
 // The file is measured, then cut short (as when it is replaced while the
 // library loads it): the read gives up with one report.
 TEST_F(ModelFileTest, FileThatShrankAfterSizingFailsOnce) {
@@ -109,26 +95,6 @@ TEST_F(ModelFileTest, FileThatShrankAfterSizingFailsOnce) {
         EXPECT_EQ(printed, "Error: read " + std::to_string(left) + ", but want to read: 10\n")
             << left << " bytes left";
     }
-}
-
-TEST_F(ModelFileTest, FifoThatEndsEarlyFails) {
-    const std::string path = Fifo();
-    // The writer's open waits for ReadFile's; it then sends fewer bytes
-    // than asked for and closes.
-    std::thread writer([&] {
-        const int fd = open(path.c_str(), O_WRONLY);
-        if (fd < 0) return;
-        EXPECT_EQ(write(fd, "0123", 4), 4);
-        close(fd);
-    });
-    char buffer[16] = {};
-    int ret = 0;
-    const std::string printed =
-        Printed("ReadFile on a FIFO", [&] { ret = ReadFile(path.c_str(), buffer, 16); });
-    writer.join();
-    EXPECT_EQ(ret, -1);
-    EXPECT_EQ(printed, "Error: read 4, but want to read: 16\n");
-    EXPECT_EQ(std::string(buffer, 4), "0123");
 }
 
 TEST_F(ModelFileTest, DirectoryCannotBeRead) {

@@ -1,12 +1,7 @@
 // LoadNpuModel through the real dlopen path into the scripted adapter.
 #include "inference/npu_model_loader.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
-
-#include <chrono>
 
 #include <cstdio>
 #include <cstdlib>
@@ -15,17 +10,13 @@
 #include <string>
 #include <utility>
 
-#include "debug_switch.h"
 #include "log_capture.h"
 #include "platform/fixed_paths.h"
 #include "scripted_session.h"
-#include "watchdog.h"
 
 using namespace scancode_test;
 
 namespace {
-
-const std::string kSetLine = "SetEnv: ADSP_LIBRARY_PATH is set to /vendor/lib64/rfsa\n";
 
 class LoadNpuModelTest : public ScriptedAdapterTest {
   protected:
@@ -40,11 +31,10 @@ class LoadNpuModelTest : public ScriptedAdapterTest {
     int Load(ModelType type = CODE_DETECT) {
         if (type != MODEL_TYPE_MAX) net_.SetModelType(type);
         int ret = 0;
-        stdout_ = StdoutOf([&] { ret = LoadNpuModel(net_); });
+        StdoutOf([&] { ret = LoadNpuModel(net_); });
         return ret;
     }
     NpuNetwork net_;
-    std::string stdout_;
     static std::string Env(const char* name) {
         const char* value = getenv(name);
         return value != nullptr ? value : "";
@@ -80,24 +70,15 @@ TEST_F(LoadNpuModelTest, RecordsOnTheWire) {
     EXPECT_TRUE(AllZero(d, 80, 128));
     EXPECT_EQ(At<void*>(Blob(load, "manager"), 0), static_cast<void*>(net_.mAiModelManager));
 
-    // {name, record, dims, index}: one output record serves all five
-    // entries and ends up describing the last output.
-    EXPECT_EQ(Blob(load, "outputs").size(), 40u);
-    for (int i = -1; i < 5; ++i) {
-        const std::string key = i < 0 ? "input0" : "output" + std::to_string(i);
-        const std::string record = Blob(load, key.c_str());
-        ASSERT_EQ(record.size(), 64u) << key;
-        const std::vector<int> dims =
-            i < 0 ? std::vector<int>{1, 640, 640, 3} : std::vector<int>{1, 5, 5, 6};
-        for (int k = 0; k < 4; ++k) EXPECT_EQ(At<int32_t>(record, 4 * k), dims[k]) << key;
-        EXPECT_EQ(At<int32_t>(record, 40), i < 0 ? 0 : 4) << key;
-        EXPECT_EQ(Blob(load, (key + "_name").c_str()), i < 0 ? "inputs" : "_372");
-        if (i >= 0) {
-            EXPECT_EQ(At<void*>(Blob(load, "outputs"), 8 * i), At<void*>(Blob(load, "outputs"), 0));
-            EXPECT_EQ(At<int32_t>(record, 20), 4);
-            EXPECT_TRUE(AllZero(record, 44, 64));
-        }
-    }
+    // One output record serves all five entries and ends up describing the
+    // last output. The record layout itself is checked where tensors are made.
+    const std::string outputs = Blob(load, "outputs");
+    ASSERT_EQ(outputs.size(), 40u);
+    for (int i = 1; i < 5; ++i) EXPECT_EQ(At<void*>(outputs, 8 * i), At<void*>(outputs, 0));
+    EXPECT_EQ(At<int32_t>(Blob(load, "output0"), 40), 4);
+    EXPECT_EQ(Blob(load, "output0_name"), "_372");
+    EXPECT_EQ(Blob(load, "input0").size(), 64u);
+    EXPECT_EQ(Blob(load, "input0_name"), "inputs");
 }
 
 // On a host, SCANCODE_MODEL_PATH and SCANCODE_ADAPTER_PATH replace the
@@ -111,9 +92,8 @@ TEST_F(LoadNpuModelTest, EnvironmentOverridesPathsAtLoad) {
     ASSERT_EQ(unsetenv("SCANCODE_MODEL_PATH"), 0);
     ASSERT_EQ(unsetenv("SCANCODE_ADAPTER_PATH"), 0);
     const std::string builtInModel(kModelFilePath);
-    const std::string builtInAdapter(kAdapterLibraryPath);
     EXPECT_NE(builtInModel, scriptedModel);
-    EXPECT_NE(builtInAdapter, scriptedAdapter);
+    EXPECT_STRNE(kAdapterLibraryPath, scriptedAdapter.c_str());
     ASSERT_EQ(setenv("SCANCODE_ADAPTER_PATH", scriptedAdapter.c_str(), 1), 0);
 
     const std::string other = ::testing::TempDir() + "other_model.bin";
@@ -129,32 +109,6 @@ TEST_F(LoadNpuModelTest, EnvironmentOverridesPathsAtLoad) {
     EXPECT_EQ(std::string(kModelFilePath), builtInModel);
     ASSERT_EQ(setenv("SCANCODE_ADAPTER_PATH", "/elsewhere/adapter.so", 1), 0);
     EXPECT_STREQ(kAdapterLibraryPath, "/elsewhere/adapter.so");
-}
-
-// A model path that names no regular file loads nothing and fails through
-// the adapter's status, without waiting on it (a FIFO has no writer here).
-TEST_F(LoadNpuModelTest, ModelPathThatIsNoRegularFileFails) {
-    const std::string dir = ::testing::TempDir() + "model_as_dir_" + std::to_string(getpid());
-    const std::string fifo = dir + "/fifo";
-    ASSERT_EQ(mkdir(dir.c_str(), 0700), 0);
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    int loads = 0;
-    for (const std::string& path : {dir, fifo}) {
-        ASSERT_EQ(setenv("SCANCODE_MODEL_PATH", path.c_str(), 1), 0);
-        {
-            Watchdog watchdog(std::chrono::seconds(10), "LoadNpuModel of " + path);
-            EXPECT_EQ(Load(), -1) << path;
-        }
-        EXPECT_EQ(stdout_.rfind("open file " + path + " failed\n", 0), 0u) << stdout_;
-        const std::string descriptor =
-            Blob(FindCall("NNModelLoadFromBuffer", loads++), "descriptor");
-        ASSERT_EQ(descriptor.size(), 128u);
-        EXPECT_EQ(At<int32_t>(descriptor, 16), 0) << "model size handed over for " << path;
-        net_.UnloadModel();
-    }
-    ASSERT_EQ(unsetenv("SCANCODE_MODEL_PATH"), 0);
-    std::remove(fifo.c_str());
-    rmdir(dir.c_str());
 }
 
 TEST_F(LoadNpuModelTest, InitFailureReleasesManagerAndWrapper) {

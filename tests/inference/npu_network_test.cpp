@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "inference/quantize.h"
@@ -74,9 +75,8 @@ TEST_F(NpuNetworkTest, RunQuantizesAndExposesTheAdaptersOutputMemory) {
     const int run = FindCall("NNModelRun");
     ASSERT_GE(run, 0);
     EXPECT_EQ(Blob(run, "name"), "codeDetect");
-    EXPECT_EQ(At<int32_t>(Blob(run, "input_count"), 0), 1);
-    EXPECT_EQ(At<int32_t>(Blob(run, "output_count"), 0), 5);
-    EXPECT_EQ(At<int32_t>(Blob(run, "timeout"), 0), 1000);
+    for (auto [key, value] : {std::pair{"input_count", 1}, {"output_count", 5}, {"timeout", 1000}})
+        EXPECT_EQ(At<int32_t>(Blob(run, key), 0), value) << key;
     EXPECT_EQ(At<void*>(Blob(run, "inputs"), 0), static_cast<void*>(net_.mInputTensor));
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(At<void*>(Blob(run, "outputs"), 8 * i),

@@ -42,27 +42,16 @@ struct FrameKind {
 
 std::vector<FrameKind> MakeKinds() {
     const cv::Size size(1920, 1080);
-    std::vector<FrameKind> kinds(3);
-
-    kinds[0].name = "no code";
-    kinds[0].nv21 = GreyNV21(size.width, size.height, 90);
-    kinds[0].warps = false;
-    kinds[0].codes = 0;
-
     const SceneWithCode scene =
         MakeScene(size, ViewedSquare({960, 540}, 320, 8, 48, 0), "soak", 8, 0.8, 3.0);
-    kinds[1].name = "one code, straightened";
-    kinds[1].nv21 = ToNV21(scene.frame);
+    std::vector<FrameKind> kinds = {
+        {"no code", GreyNV21(size.width, size.height, 90), {}, false, 0},
+        {"one code, straightened", ToNV21(scene.frame), {}, true, 1},
+        {"two codes", GreyNV21(size.width, size.height, 90), {}, false, 2},
+    };
     kinds[1].maps.Place(2, ToInput(scene.box, size.width, size.height));
-    kinds[1].warps = true;
-    kinds[1].codes = 1;
-
-    kinds[2].name = "two codes";
-    kinds[2].nv21 = GreyNV21(size.width, size.height, 90);
     kinds[2].maps.Place(2, ToInput({500, 400, 120, 160}, size.width, size.height));
     kinds[2].maps.Place(2, ToInput({1300, 450, 120, 160}, size.width, size.height));
-    kinds[2].warps = false;
-    kinds[2].codes = 2;
     return kinds;
 }
 
@@ -82,14 +71,18 @@ bool RunFrame(void* handle, const FrameKind& kind, std::vector<uint8_t>& out) {
     return true;
 }
 
-// Growth from the sample at the end of warm-up to the last sample.
+// Resident memory at the end of warm-up (the first tenth of `total` steps),
+// every twentieth of the run and at its end; growth is from warm-up's end.
 struct Samples {
     const char* phase;
+    int total;
     long warm = 0;
     long last = 0;
-    void Take(int step, bool warmedUp) {
+    void At(int step) {
+        const int warmEnd = std::max(1, total / 10);
+        if (step != warmEnd && step % std::max(1, total / 20) != 0 && step != total) return;
         last = ResidentKiB();
-        if (!warmedUp) warm = last;
+        if (step <= warmEnd) warm = last;
         printf("%s %6d  rss %8ld KiB\n", phase, step, last);
         fflush(stdout);
     }
@@ -120,10 +113,8 @@ int main(int argc, char** argv) {
     std::vector<uint8_t> out(1920 * 1080 * 3 / 2);
     bool ok = true;
 
-    // Frames: warm-up is the first tenth, where images and caches settle.
-    Samples frameRss{"frame"};
-    const int frameWarm = std::max(1, frames / 10);
-    const int frameEvery = std::max(1, frames / 20);
+    // Frames: warm-up is where images and caches settle.
+    Samples frameRss{"frame", frames};
     void* handle = nullptr;
     if (Init(&handle) != 0) return 1;
     int warped = 0;
@@ -131,17 +122,13 @@ int main(int argc, char** argv) {
         const FrameKind& kind = kinds[f % kinds.size()];
         ok = RunFrame(handle, kind, out);
         warped += kind.warps;
-        if (f + 1 == frameWarm || (f + 1) % frameEvery == 0 || f + 1 == frames) {
-            frameRss.Take(f + 1, f + 1 > frameWarm);
-        }
+        frameRss.At(f + 1);
     }
     if (DeInit(handle) != 0) ok = false;
 
     // Sessions of two users, each with one frame so that the frame image is
     // allocated and released every time.
-    Samples cycleRss{"cycle"};
-    const int cycleWarm = std::max(1, cycles / 10);
-    const int cycleEvery = std::max(1, cycles / 20);
+    Samples cycleRss{"cycle", cycles};
     for (int c = 0; c < cycles && ok; ++c) {
         void* first = nullptr;
         void* second = nullptr;
@@ -152,9 +139,7 @@ int main(int argc, char** argv) {
             fprintf(stderr, "soak: the adapter holds objects after the last DeInit\n");
             ok = false;
         }
-        if (c + 1 == cycleWarm || (c + 1) % cycleEvery == 0 || c + 1 == cycles) {
-            cycleRss.Take(c + 1, c + 1 > cycleWarm);
-        }
+        cycleRss.At(c + 1);
     }
 
     printf("frames %d (%d straightened): rss growth after warm-up %ld KiB\n", frames, warped,

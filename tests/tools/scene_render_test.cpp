@@ -22,7 +22,6 @@ struct Case {
 };
 
 const Case kCases[] = {
-    {{1280, 720}, 120, 0, 0, 0, Surface::kPlain, 0},
     {{1280, 720}, 300, 10, 0, 0, Surface::kPaperOnDesk, 1},
     {{1920, 1080}, 200, -12, 30, 0, Surface::kNatural, 2},
     {{1920, 1080}, 400, 5, 45, 90, Surface::kPlain, 3},
