@@ -1,15 +1,13 @@
 // Reference neural-network adapter for hosts.
 //
 // It exports the eight functions the library looks up in the platform's adapter
-// and really runs the model, on the CPU through OpenCV's dnn module. The model
-// file is a small header (input name, output names and their 8-bit quantization)
-// followed by an ONNX graph taking the image as float NCHW in 0..1 and returning
-// float NHWC maps; see model/README.md. The library hands over uint8 NHWC: the
-// adapter splits the channels, or takes their luma when the model reads luma,
-// and lets dnn's input layer scale the bytes, which costs a fraction of what the
-// same cast and transpose cost as graph layers. OpenCV computes
-// quantize/dequantize nodes wrongly, so the graph stays float and the adapter
-// produces the 8-bit codes itself:
+// and really runs the model on the CPU, through XNNPACK or OpenCV's dnn module
+// (engine.h). The model file is a small header (input name, output names and
+// their 8-bit quantization) followed by an ONNX graph taking the image as float
+// NCHW in 0..1 and returning float NHWC maps; see model/README.md. The library
+// hands over uint8 NHWC: the adapter splits the channels, or takes their luma
+// when the model reads luma, and the engine scales the bytes as it reads them.
+// The graph stays float and the adapter produces the 8-bit codes itself:
 // q = clamp(round(y / scale) - zeroPoint, 0, 255), which the library turns back
 // into (q + zeroPoint) * scale.
 //
@@ -22,7 +20,6 @@
 // to stderr; nothing throws across this boundary.
 
 #include <opencv2/core.hpp>
-#include <opencv2/dnn.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
@@ -30,10 +27,13 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <memory>
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "engine.h"
 #include "model_header.h"
 #include "picture_extent.h"
 
@@ -66,11 +66,11 @@ void Fail(const char* func, const std::string& why) {
 }
 
 struct Manager {
-    cv::dnn::Net net;
+    std::unique_ptr<scanref::Engine> engine;
     bool loaded = false;
     std::string modelName;
     scanref::ModelHeader header;
-    std::vector<cv::String> outputNames;  // the header's, in its order, for every run
+    std::vector<cv::Mat> results;  // the engine's outputs, kept so a run allocates nothing
 };
 
 enum class Role { kInput, kOutput };
@@ -155,14 +155,12 @@ bool WriteOutput(const cv::Mat& y, const scanref::OutputInfo& output, Tensor& t)
 // Runs one forward pass and writes the quantized outputs into the tensors.
 int Run(Manager& m, Tensor& in, Tensor** outs, int outCount) {
     ToBlob(in);
-    m.net.setInput(PictureInput(m, in), m.header.inputName, 1.0 / 255.0);
-
-    std::vector<cv::Mat> results;
-    m.net.forward(results, m.outputNames);
-    if (results.size() != m.outputNames.size()) {
-        Fail("NNModelRun", "the network returned " + std::to_string(results.size()) + " outputs");
+    std::string why;
+    if (!m.engine->Run(PictureInput(m, in), &m.results, &why)) {
+        Fail("NNModelRun", why);
         return -1;
     }
+    const std::vector<cv::Mat>& results = m.results;
 
     for (int i = 0; i < outCount; ++i) {
         Tensor& t = *outs[i];
@@ -186,7 +184,6 @@ SCANREF_EXPORT void* NNModelManagerCreateWithConfig(const void* config) {
         Fail("NNModelManagerCreateWithConfig", "null configuration");
         return nullptr;
     }
-    cv::setNumThreads(kThreads);
     return new (std::nothrow) Manager();
 }
 
@@ -215,29 +212,20 @@ SCANREF_EXPORT int NNModelLoadFromBuffer(void* manager, const void* descriptor, 
         Fail(func, why);
         return -1;
     }
-    try {
-        // The library frees its buffer as soon as we return: OpenCV must own a copy.
-        std::vector<uchar> onnx(bytes + onnxOffset, bytes + onnxOffset + header.onnxSize);
-        cv::dnn::Net net = cv::dnn::readNetFromONNX(onnx);
-        if (net.empty()) {
-            Fail(func, "the ONNX graph holds no layers");
-            return -1;
-        }
-        for (const auto& o : header.outputs) {
-            if (net.getLayerId(o.name) < 0) {
-                Fail(func, "the graph has no output named " + o.name);
-                return -1;
-            }
-        }
-        net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
-        net.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
-        m.net = net;
-    } catch (const std::exception& e) {
-        Fail(func, std::string("cannot read the ONNX graph: ") + e.what());
+    scanref::EngineKind kind;
+    if (!scanref::EngineFromEnvironment(&kind, &why)) {
+        Fail(func, why);
         return -1;
     }
-    m.outputNames.clear();
-    for (const auto& o : header.outputs) m.outputNames.emplace_back(o.name);
+    try {
+        m.engine = scanref::MakeEngine(kind, header, bytes + onnxOffset, kThreads, &why);
+    } catch (const std::exception& e) {
+        why = e.what();
+    }
+    if (m.engine == nullptr) {
+        Fail(func, why);
+        return -1;
+    }
     m.header = std::move(header);
     m.modelName = name != nullptr ? name : "";
     m.loaded = true;
@@ -254,7 +242,7 @@ SCANREF_EXPORT int NNModelUnload(void* manager) {
         Fail("NNModelUnload", "no model loaded");
         return -1;
     }
-    m.net = cv::dnn::Net();
+    m.engine.reset();
     m.loaded = false;
     return 0;
 }
@@ -337,6 +325,8 @@ SCANREF_EXPORT void* NNTensorBufferCreateWithConfig(void* manager, const void* c
             t->blob.create(4, nchw, CV_8U);
             if (!luma) t->planes.resize(dims[3]);
             if (m.header.cropStep != 0) t->crop.resize(t->blob.total());
+            std::string why;
+            if (!m.engine->Reserve(nchw[0], nchw[2], nchw[3], &why)) throw std::runtime_error(why);
         }
     } catch (const std::exception& e) {
         delete t;

@@ -12,6 +12,11 @@ tiny_luma_model.bin, a 2 x 2 RGB input read as luma, one output:
 tiny_crop_model.bin, an 8 x 8 RGB input read as luma, crop step 2, one output:
     outputs [1,8,8,1]: (Y)       quantized with scale 1,   zero point -10
 
+tiny_scale_model.bin, tiny_luma_model.bin computed by a multiplication, a layer
+only the engine that reads any ONNX graph runs.
+
+The others are convolutions, so that every engine runs them.
+
 Run: /usr/bin/python3 tests/adapters/make_tiny_model.py
 """
 import io
@@ -42,6 +47,18 @@ class Tiny(nn.Module):
 
 
 class TinyLuma(nn.Module):
+    def __init__(self):
+        super().__init__()
+        self.a = nn.Conv2d(1, 1, 1)
+        with torch.no_grad():
+            self.a.weight.fill_(255.0)
+            self.a.bias.zero_()
+
+    def forward(self, x):
+        return self.a(x).permute(0, 2, 3, 1)
+
+
+class TinyScale(nn.Module):
     def forward(self, x):
         return (x * 255.0).permute(0, 2, 3, 1)
 
@@ -67,6 +84,7 @@ def main():
     write("tiny_model.bin", Tiny(), [("outputs", 3.0, -20), ("_306", 0.5, 0)], export.INPUT_PLANES)
     write("tiny_luma_model.bin", TinyLuma(), [("outputs", 1.0, 0)], export.INPUT_LUMA)
     write("tiny_crop_model.bin", TinyLuma(), [("outputs", 1.0, -10)], export.INPUT_LUMA, side=8, crop_step=2)
+    write("tiny_scale_model.bin", TinyScale(), [("outputs", 1.0, 0)], export.INPUT_LUMA)
 
 
 if __name__ == "__main__":

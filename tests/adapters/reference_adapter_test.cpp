@@ -1,9 +1,14 @@
 // The reference adapter driven exactly as the library drives it: opened with
-// dlopen, its eight functions looked up by name and fed hand-built records.
+// dlopen, its eight functions looked up by name and fed hand-built records;
+// every case once on each engine the adapter was built with.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -69,9 +74,18 @@ std::vector<unsigned char> ReadAll(const char* path) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-class ReferenceAdapterTest : public ::testing::Test {
+// The engines a load may pick; the adapter reads the choice when it loads.
+const char* const kEngines[] = {
+    "dnn",
+#ifdef SCANREF_HAVE_XNNPACK
+    "xnnpack",
+#endif
+};
+
+class ReferenceAdapterTest : public ::testing::TestWithParam<const char*> {
   protected:
     void SetUp() override {
+        setenv("SCANREF_ENGINE", GetParam(), 1);
         a.lib = dlopen(SCANREF_ADAPTER_PATH, RTLD_NOW);
         ASSERT_NE(a.lib, nullptr) << dlerror();
         Sym(a.createManager, "NNModelManagerCreateWithConfig");
@@ -96,6 +110,7 @@ class ReferenceAdapterTest : public ::testing::Test {
             a.destroyManager(manager);
         }
         if (a.lib != nullptr) dlclose(a.lib);
+        unsetenv("SCANREF_ENGINE");
     }
 
     template <typename Fn>
@@ -137,7 +152,7 @@ const PixelCase kPixels[4] = {
     {7, 255, 1, 22, 0, 2},         // -255 / 3 + 20 = -65 clamps at the bottom
 };
 
-TEST_F(ReferenceAdapterTest, RunsTheModelAndQuantizesEachOutputWithItsOwnParameters) {
+TEST_P(ReferenceAdapterTest, RunsTheModelAndQuantizesEachOutputWithItsOwnParameters) {
     // The library frees its model bytes right after the load: the adapter must have copied them.
     std::vector<unsigned char> bytes = model;
     ASSERT_EQ(Load(bytes), 0);
@@ -172,7 +187,7 @@ TEST_F(ReferenceAdapterTest, RunsTheModelAndQuantizesEachOutputWithItsOwnParamet
 // A model that reads luma gets OpenCV's 8-bit RGB-to-grey of the library's RGB
 // tensor; its one output is 255 x luma with scale 1, so each code is the luma.
 // The three primaries tell a swapped channel order apart.
-TEST_F(ReferenceAdapterTest, HandsALumaModelTheLumaOfTheRgbTensor) {
+TEST_P(ReferenceAdapterTest, HandsALumaModelTheLumaOfTheRgbTensor) {
     ASSERT_EQ(Load(ReadAll(TINY_LUMA_MODEL_PATH)), 0);
     EXPECT_EQ(Tensor("inputs", 0, 2, 2, 1), nullptr) << "luma is taken from RGB only";
     void* in = Tensor("inputs", 0, 2, 2, 3);
@@ -192,7 +207,7 @@ TEST_F(ReferenceAdapterTest, HandsALumaModelTheLumaOfTheRgbTensor) {
 // rows and columns up to the last non-black one, plus one step, rounded up to
 // the step. Its output is the luma plus 10 (zero point -10), so a computed black
 // cell reads 10 and a skipped one 0.
-TEST_F(ReferenceAdapterTest, RunsACroppableModelOnThePicturesPartOnly) {
+TEST_P(ReferenceAdapterTest, RunsACroppableModelOnThePicturesPartOnly) {
     ASSERT_EQ(Load(ReadAll(TINY_CROP_MODEL_PATH)), 0);
     constexpr int kSide = 8;
     void* in = Tensor("inputs", 0, kSide, kSide, 3);
@@ -230,7 +245,7 @@ TEST_F(ReferenceAdapterTest, RunsACroppableModelOnThePicturesPartOnly) {
     }
 }
 
-TEST_F(ReferenceAdapterTest, RejectsBadModelBytes) {
+TEST_P(ReferenceAdapterTest, RejectsBadModelBytes) {
     auto withByte = [&](size_t offset, unsigned char value) {
         auto m = model;
         m[offset] = value;
@@ -273,7 +288,7 @@ TEST_F(ReferenceAdapterTest, RejectsBadModelBytes) {
     }
 }
 
-TEST_F(ReferenceAdapterTest, RejectsUnknownOrMalformedTensors) {
+TEST_P(ReferenceAdapterTest, RejectsUnknownOrMalformedTensors) {
     ASSERT_EQ(Load(model), 0);
     const struct {
         const char* what;
@@ -296,6 +311,109 @@ TEST_F(ReferenceAdapterTest, RejectsUnknownOrMalformedTensors) {
     auto rank3 = TensorRecord("inputs", 0, 1, 2, 2, 3);
     Put<int32_t>(rank3, 20, 3);
     EXPECT_EQ(a.createTensor(manager, rank3.data()), nullptr);
+}
+
+// The engines sum in different orders, so a code may sit one step off where a
+// value falls next to a rounding boundary; never more, and rarely.
+TEST_P(ReferenceAdapterTest, AgreesWithOpenCvDnnOnTheTrainedDetector) {
+    if (std::string(GetParam()) == "dnn") GTEST_SKIP() << "dnn is the yardstick";
+    const auto detector = ReadAll(SCANCODE_MODEL_FILE);
+    const cv::Mat picture = cv::imread(SCANCODE_SAMPLE_PICTURE, cv::IMREAD_COLOR);
+    ASSERT_FALSE(picture.empty());
+    constexpr int kSide = 640;
+    cv::Mat rgb(kSide, kSide, CV_8UC3, cv::Scalar::all(0)), part;
+    cv::resize(picture, part, cv::Size(kSide, kSide * picture.rows / picture.cols));
+    cv::cvtColor(part, rgb(cv::Rect(0, 0, part.cols, part.rows)), cv::COLOR_BGR2RGB);
+
+    const struct {
+        const char* name;
+        int side;
+    } heads[] = {{"outputs", 80}, {"_306", 40}, {"_328", 20}, {"_350", 10}, {"_372", 5}};
+    std::vector<std::vector<uint8_t>> codes[2];
+    const char* engines[2] = {"dnn", GetParam()};
+    for (int e = 0; e < 2; ++e) {
+        const char* engine = engines[e];
+        setenv("SCANREF_ENGINE", engine, 1);
+        ASSERT_EQ(Load(detector), 0) << engine;
+        void* in = Tensor("inputs", 0, kSide, kSide, 3);
+        std::vector<void*> outs;
+        for (int i = 0; i < 5; ++i)
+            outs.push_back(Tensor(heads[i].name, i, heads[i].side, heads[i].side, 6));
+        std::memcpy(a.getData(in), rgb.data, rgb.total() * 3);
+        void* ins[] = {in};
+        ASSERT_EQ(a.run(manager, "codeDetect", ins, 1, outs.data(), 5, 1000), 0) << engine;
+        auto& mine = codes[e];
+        for (int i = 0; i < 5; ++i) {
+            const auto* q = static_cast<const uint8_t*>(a.getData(outs[i]));
+            mine.emplace_back(q, q + heads[i].side * heads[i].side * 6);
+        }
+        for (void* t : tensors) a.destroyTensor(t);
+        tensors.clear();
+        ASSERT_EQ(a.unload(manager), 0);
+    }
+    size_t differing = 0, total = 0;
+    for (int i = 0; i < 5; ++i) {
+        for (size_t k = 0; k < codes[0][i].size(); ++k) {
+            ASSERT_LE(std::abs(codes[0][i][k] - codes[1][i][k]), 1)
+                << heads[i].name << " value " << k;
+            differing += codes[0][i][k] != codes[1][i][k];
+        }
+        total += codes[0][i].size();
+    }
+    EXPECT_LE(differing * 1000, total) << differing << " of " << total << " codes differ";
+}
+
+INSTANTIATE_TEST_SUITE_P(Engines, ReferenceAdapterTest, ::testing::ValuesIn(kEngines),
+                         [](const ::testing::TestParamInfo<const char*>& info) {
+                             return std::string(info.param);
+                         });
+
+// Which engine runs a model: the fast one where it can, dnn for any other
+// graph, and a named engine or none.
+TEST(ReferenceAdapterEngines, PicksAnEngineThatRunsTheGraphOrFailsTheLoad) {
+    struct Case {
+        const char* what;
+        const char* engine;  // SCANREF_ENGINE, or null for unset
+        const char* model;
+        bool loads;
+    };
+    std::vector<Case> cases = {
+        {"a graph only dnn reads, no choice", nullptr, TINY_SCALE_MODEL_PATH, true},
+        {"an empty choice is no choice", "", TINY_SCALE_MODEL_PATH, true},
+        {"a graph only dnn reads, dnn named", "dnn", TINY_SCALE_MODEL_PATH, true},
+        {"an unknown engine", "tpu", TINY_LUMA_MODEL_PATH, false},
+#ifdef SCANREF_HAVE_XNNPACK
+        {"a graph only dnn reads, xnnpack named", "xnnpack", TINY_SCALE_MODEL_PATH, false},
+        {"a convolution, xnnpack named", "xnnpack", TINY_LUMA_MODEL_PATH, true},
+#else
+        {"xnnpack named, but not built in", "xnnpack", TINY_LUMA_MODEL_PATH, false},
+#endif
+    };
+    void* lib = dlopen(SCANREF_ADAPTER_PATH, RTLD_NOW);
+    ASSERT_NE(lib, nullptr) << dlerror();
+    auto create =
+        reinterpret_cast<void* (*)(const void*)>(dlsym(lib, "NNModelManagerCreateWithConfig"));
+    auto load =
+        reinterpret_cast<int (*)(void*, const void*, int)>(dlsym(lib, "NNModelLoadFromBuffer"));
+    auto destroy = reinterpret_cast<void (*)(void*)>(dlsym(lib, "NNModelManagerDestroy"));
+    ASSERT_TRUE(create && load && destroy);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        if (c.engine == nullptr) {
+            unsetenv("SCANREF_ENGINE");
+        } else {
+            setenv("SCANREF_ENGINE", c.engine, 1);
+        }
+        const auto bytes = ReadAll(c.model);
+        auto config = ManagerConfig();
+        void* manager = create(config.data());
+        auto desc = ModelDescriptor("codeDetect", bytes.data(), static_cast<int32_t>(bytes.size()),
+                                    nullptr, nullptr, 1);
+        EXPECT_EQ(load(manager, desc.data(), 1) == 0, c.loads);
+        destroy(manager);
+    }
+    unsetenv("SCANREF_ENGINE");
+    dlclose(lib);
 }
 
 }  // namespace

@@ -1,0 +1,316 @@
+// XNNPACK: channels-last float operators made once per model from the ONNX
+// graph's layers. A ReLU whose input feeds nothing else is folded into the
+// layer before it as that layer's output clamp, and the final transposes to
+// channels-last cost nothing, since every map already is. Operators are set up
+// again only when the input's size changes (a new frame size, or another part
+// of the letterboxed input holding the picture); the buffers are sized by
+// Reserve for the largest input.
+
+#include <pthreadpool.h>
+#include <xnnpack.h>
+
+#include <limits>
+#include <map>
+#include <set>
+
+#include "engine.h"
+#include "onnx_graph.h"
+
+namespace scanref {
+namespace {
+
+using Op = OnnxNode::Op;
+
+struct Map {
+    explicit Map(int c) : channels(c) {}
+    int channels = 0;
+    int n = 0, h = 0, w = 0;  // as of the last setup
+    std::vector<float> data;
+};
+
+struct Step {
+    Op op = Op::kConv;
+    const OnnxNode* node = nullptr;
+    int in[2] = {-1, -1};
+    int out = -1;
+    bool relu = false;
+    xnn_operator_t x = nullptr;
+};
+
+struct PoolDeleter {
+    void operator()(pthreadpool* pool) const { pthreadpool_destroy(pool); }
+};
+
+class XnnpackEngine : public Engine {
+  public:
+    ~XnnpackEngine() override {
+        for (auto& s : steps_)
+            if (s.x != nullptr) xnn_delete_operator(s.x);
+    }
+    const char* Name() const override { return "xnnpack"; }
+
+    bool Build(const ModelHeader& header, OnnxGraph graph, int threads, std::string* why);
+    bool Reserve(int n, int height, int width, std::string* why) override;
+    bool Run(const cv::Mat& input, std::vector<cv::Mat>* outputs, std::string* why) override;
+
+  private:
+    bool Plan(const ModelHeader& header, std::string* why);
+    bool Create(Step& s, std::string* why);
+    bool Setup(int n, int h, int w, bool allocate, std::string* why);
+    void ReadInput(const cv::Mat& input);
+
+    OnnxGraph graph_;
+    std::vector<Map> maps_;
+    std::vector<Step> steps_;
+    std::vector<int> outputs_;  // map of each of the header's outputs
+    std::unique_ptr<pthreadpool, PoolDeleter> pool_;
+    int setN_ = 0, setH_ = 0, setW_ = 0;     // shape the operators are set up for
+    int roomN_ = 0, roomH_ = 0, roomW_ = 0;  // largest shape the buffers hold
+};
+
+// Assigns every value of the graph a map, folding ReLUs and transposes away.
+bool XnnpackEngine::Plan(const ModelHeader& header, std::string* why) {
+    std::map<std::string, int> mapOf = {{graph_.input, 0}};
+    std::map<std::string, int> uses;
+    for (const auto& node : graph_.nodes)
+        for (const auto& i : node.inputs) ++uses[i];
+    for (const auto& o : header.outputs) ++uses[o.name];
+    std::set<std::string> channelsLast;
+    std::map<int, int> stepMaking;  // map -> the step that writes it
+    maps_.assign(1, Map(graph_.inputChannels));
+
+    for (const auto& node : graph_.nodes) {
+        for (const auto& i : node.inputs) {
+            if (channelsLast.count(i)) {
+                *why = "a layer reads " + i + " after its transpose to channels-last";
+                return false;
+            }
+        }
+        const int in = mapOf.at(node.inputs[0]);
+        if (node.op == Op::kToChannelsLast) {
+            mapOf[node.output] = in;
+            channelsLast.insert(node.output);
+            continue;
+        }
+        if (node.op == Op::kRelu && uses[node.inputs[0]] == 1 && stepMaking.count(in) &&
+            !steps_[stepMaking[in]].relu) {
+            steps_[stepMaking[in]].relu = true;
+            mapOf[node.output] = in;
+            continue;
+        }
+        Step s;
+        s.op = node.op;
+        s.node = &node;
+        s.in[0] = in;
+        int channels = maps_[in].channels;
+        if (node.op == Op::kConv) {
+            if (node.inChannels != channels) {
+                *why = "a convolution expects " + std::to_string(node.inChannels) +
+                       " channels, its input has " + std::to_string(channels);
+                return false;
+            }
+            channels = node.outChannels;
+        } else if (node.op == Op::kAdd) {
+            s.in[1] = mapOf.at(node.inputs[1]);
+            if (maps_[s.in[1]].channels != channels) {
+                *why = "an addition of maps with different channel counts";
+                return false;
+            }
+        } else if (node.op == Op::kRelu) {
+            s.relu = true;
+        }
+        s.out = static_cast<int>(maps_.size());
+        maps_.push_back(Map(channels));
+        mapOf[node.output] = s.out;
+        stepMaking[s.out] = static_cast<int>(steps_.size());
+        steps_.push_back(s);
+    }
+    for (const auto& o : header.outputs) {
+        if (!channelsLast.count(o.name)) {
+            *why = "output " + o.name + " is not transposed to channels-last";
+            return false;
+        }
+        outputs_.push_back(mapOf.at(o.name));
+    }
+    return true;
+}
+
+bool XnnpackEngine::Create(Step& s, std::string* why) {
+    const float lo = s.relu ? 0.0f : -std::numeric_limits<float>::infinity();
+    const float hi = std::numeric_limits<float>::infinity();
+    const OnnxNode& n = *s.node;
+    const size_t channels = static_cast<size_t>(maps_[s.out].channels);
+    xnn_status status = xnn_status_invalid_parameter;
+    if (s.op == Op::kConv) {
+        // ONNX keeps each output channel's weights input channel first; XNNPACK
+        // wants them last: [out][in / groups][kh][kw] -> [out][kh][kw][in / groups].
+        const size_t groupIn = n.inChannels / n.groups, window = n.kernel[0] * n.kernel[1];
+        std::vector<float> kernel(n.weights.size());
+        for (size_t o = 0; o < static_cast<size_t>(n.outChannels); ++o)
+            for (size_t i = 0; i < groupIn; ++i)
+                for (size_t k = 0; k < window; ++k)
+                    kernel[(o * window + k) * groupIn + i] =
+                        n.weights[(o * groupIn + i) * window + k];
+        status = xnn_create_convolution2d_nhwc_f32(
+            n.pads[0], n.pads[3], n.pads[2], n.pads[1], n.kernel[0], n.kernel[1], n.stride[0],
+            n.stride[1], 1, 1, n.groups, groupIn, n.outChannels / n.groups, n.inChannels,
+            n.outChannels, kernel.data(), n.bias.data(), lo, hi, 0, &s.x);
+    } else if (s.op == Op::kAdd) {
+        status = xnn_create_add_nd_f32(lo, hi, 0, &s.x);
+    } else if (s.op == Op::kMaxPool) {
+        status = xnn_create_max_pooling2d_nhwc_f32(
+            n.pads[0], n.pads[3], n.pads[2], n.pads[1], n.kernel[0], n.kernel[1], n.stride[0],
+            n.stride[1], 1, 1, channels, channels, channels, lo, hi, 0, &s.x);
+    } else if (s.op == Op::kRelu) {
+        status = xnn_create_clamp_nc_f32(channels, channels, channels, lo, hi, 0, &s.x);
+    }
+    if (status != xnn_status_success) {
+        *why = "XNNPACK cannot make an operator for " + n.output + " (status " +
+               std::to_string(status) + ")";
+        return false;
+    }
+    return true;
+}
+
+bool XnnpackEngine::Build(const ModelHeader& header, OnnxGraph graph, int threads,
+                          std::string* why) {
+    graph_ = std::move(graph);
+    if (!Plan(header, why)) return false;
+    for (auto& s : steps_)
+        if (!Create(s, why)) return false;
+    pool_.reset(pthreadpool_create(threads));
+    if (pool_ == nullptr) {
+        *why = "cannot start a thread pool";
+        return false;
+    }
+    return true;
+}
+
+// Output size of a window sliding over `size` pixels, as ONNX and XNNPACK count it.
+int Slide(int size, int kernel, int stride, int padBefore, int padAfter) {
+    const int span = size + padBefore + padAfter - kernel;
+    return span < 0 ? 0 : span / stride + 1;
+}
+
+bool XnnpackEngine::Setup(int n, int h, int w, bool allocate, std::string* why) {
+    maps_[0].n = n, maps_[0].h = h, maps_[0].w = w;
+    if (allocate) maps_[0].data.resize(static_cast<size_t>(n) * h * w * maps_[0].channels);
+    for (auto& s : steps_) {
+        Map& in = maps_[s.in[0]];
+        Map& out = maps_[s.out];
+        out.n = in.n, out.h = in.h, out.w = in.w;
+        const OnnxNode& node = *s.node;
+        if (s.op == Op::kConv || s.op == Op::kMaxPool) {
+            out.h = Slide(in.h, node.kernel[0], node.stride[0], node.pads[0], node.pads[2]);
+            out.w = Slide(in.w, node.kernel[1], node.stride[1], node.pads[1], node.pads[3]);
+        }
+        if (out.h < 1 || out.w < 1) {
+            *why = "an input of " + std::to_string(w) + " x " + std::to_string(h) +
+                   " is too small for the graph";
+            return false;
+        }
+        if (allocate) out.data.resize(static_cast<size_t>(out.n) * out.h * out.w * out.channels);
+        const float* src = in.data.data();
+        float* dst = out.data.data();
+        xnn_status status = xnn_status_invalid_parameter;
+        if (s.op == Op::kConv) {
+            status = xnn_setup_convolution2d_nhwc_f32(s.x, in.n, in.h, in.w, src, dst, pool_.get());
+        } else if (s.op == Op::kMaxPool) {
+            status = xnn_setup_max_pooling2d_nhwc_f32(s.x, in.n, in.h, in.w, src, dst, pool_.get());
+        } else if (s.op == Op::kRelu) {
+            status = xnn_setup_clamp_nc_f32(s.x, static_cast<size_t>(in.n) * in.h * in.w, src, dst,
+                                            pool_.get());
+        } else if (s.op == Op::kAdd) {
+            const Map& other = maps_[s.in[1]];
+            if (other.h != in.h || other.w != in.w) {
+                *why = "an addition of maps of different sizes";
+                return false;
+            }
+            const size_t shape[4] = {static_cast<size_t>(in.n), static_cast<size_t>(in.h),
+                                     static_cast<size_t>(in.w), static_cast<size_t>(in.channels)};
+            status = xnn_setup_add_nd_f32(s.x, 4, shape, 4, shape, src, other.data.data(), dst,
+                                          pool_.get());
+        }
+        if (status != xnn_status_success) {
+            *why =
+                "XNNPACK cannot set up " + node.output + " (status " + std::to_string(status) + ")";
+            return false;
+        }
+    }
+    setN_ = n, setH_ = h, setW_ = w;
+    return true;
+}
+
+bool XnnpackEngine::Reserve(int n, int height, int width, std::string* why) {
+    if (n <= roomN_ && height <= roomH_ && width <= roomW_) return true;
+    if (!Setup(n, height, width, true, why)) return false;
+    roomN_ = n, roomH_ = height, roomW_ = width;
+    return true;
+}
+
+// uint8 N x C x h x w -> float N x h x w x C scaled by 1 / 255, into map 0.
+void XnnpackEngine::ReadInput(const cv::Mat& input) {
+    const int n = input.size[0], c = input.size[1], h = input.size[2], w = input.size[3];
+    float* dst = maps_[0].data.data();
+    if (c == 1) {
+        // The same conversion dnn's input layer makes, so both engines see the same floats.
+        cv::Mat(n * h, w, CV_8U, const_cast<uchar*>(input.ptr<uchar>()))
+            .convertTo(cv::Mat(n * h, w, CV_32F, dst), CV_32F, 1.0 / 255.0);
+        return;
+    }
+    const float scale = static_cast<float>(1.0 / 255.0);
+    for (int i = 0; i < n; ++i)
+        for (int k = 0; k < c; ++k) {
+            const uchar* src = input.ptr<uchar>(i, k);
+            float* out = dst + static_cast<size_t>(i) * h * w * c + k;
+            for (int p = 0; p < h * w; ++p) out[static_cast<size_t>(p) * c] = src[p] * scale;
+        }
+}
+
+bool XnnpackEngine::Run(const cv::Mat& input, std::vector<cv::Mat>* outputs, std::string* why) {
+    if (input.dims != 4 || input.type() != CV_8U || !input.isContinuous() ||
+        input.size[1] != maps_[0].channels) {
+        *why = "the input is not uint8 N x " + std::to_string(maps_[0].channels) + " x H x W";
+        return false;
+    }
+    const int n = input.size[0], h = input.size[2], w = input.size[3];
+    if (!Reserve(n, h, w, why)) return false;
+    if ((n != setN_ || h != setH_ || w != setW_) && !Setup(n, h, w, false, why)) return false;
+    ReadInput(input);
+    for (const auto& s : steps_) {
+        const xnn_status status = xnn_run_operator(s.x, pool_.get());
+        if (status != xnn_status_success) {
+            *why =
+                "XNNPACK failed on " + s.node->output + " (status " + std::to_string(status) + ")";
+            return false;
+        }
+    }
+    outputs->resize(outputs_.size());
+    for (size_t i = 0; i < outputs_.size(); ++i) {
+        Map& m = maps_[outputs_[i]];
+        const int dims[4] = {m.n, m.h, m.w, m.channels};
+        (*outputs)[i] = cv::Mat(4, dims, CV_32F, m.data.data());
+    }
+    return true;
+}
+
+}  // namespace
+
+std::unique_ptr<Engine> MakeXnnpackEngine(const ModelHeader& header, const unsigned char* onnx,
+                                          int threads, std::string* why) {
+    if (xnn_initialize(nullptr) != xnn_status_success) {
+        *why = "XNNPACK does not run on this CPU";
+        return nullptr;
+    }
+    OnnxGraph graph;
+    if (!ReadOnnxGraph(onnx, header.onnxSize, &graph, why)) return nullptr;
+    if (graph.input != header.inputName) {
+        *why = "the graph's input is " + graph.input + ", the header names " + header.inputName;
+        return nullptr;
+    }
+    auto engine = std::make_unique<XnnpackEngine>();
+    if (!engine->Build(header, std::move(graph), threads, why)) return nullptr;
+    return engine;
+}
+
+}  // namespace scanref
