@@ -29,11 +29,14 @@ bool EngineFromEnvironment(EngineKind* kind, std::string* why) {
 }
 
 std::unique_ptr<Engine> MakeEngine(EngineKind kind, const ModelHeader& header,
-                                   const unsigned char* onnx, int threads, std::string* why) {
-    if (kind == EngineKind::kDnn) return MakeDnnEngine(header, onnx, threads, why);
-    auto fast = MakeXnnpackEngine(header, onnx, threads, why);
+                                   const unsigned char* onnx, std::string* why) {
+    // XNNPACK on the calling thread (see xnnpack_engine.cpp); dnn on two, as
+    // the adapter always ran it.
+    constexpr int kXnnpackThreads = 1, kDnnThreads = 2;
+    if (kind == EngineKind::kDnn) return MakeDnnEngine(header, onnx, kDnnThreads, why);
+    auto fast = MakeXnnpackEngine(header, onnx, kXnnpackThreads, why);
     if (fast != nullptr || kind == EngineKind::kXnnpack) return fast;
-    return MakeDnnEngine(header, onnx, threads, why);
+    return MakeDnnEngine(header, onnx, kDnnThreads, why);
 }
 
 }  // namespace scanref

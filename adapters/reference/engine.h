@@ -41,10 +41,10 @@ bool EngineFromEnvironment(EngineKind* kind, std::string* why);
 // The engine for a model whose header is `header` and whose ONNX bytes follow.
 // With kAny: XNNPACK when it can run the graph, else OpenCV's dnn.
 std::unique_ptr<Engine> MakeEngine(EngineKind kind, const ModelHeader& header,
-                                   const unsigned char* onnx, int threads, std::string* why);
+                                   const unsigned char* onnx, std::string* why);
 
-// The two engines by name, for the benchmark; null with `why` when one cannot
-// run the model (or XNNPACK was not built in).
+// The two engines by name, on a given number of threads, for the benchmark;
+// null with `why` when one cannot run the model (or XNNPACK was not built in).
 std::unique_ptr<Engine> MakeDnnEngine(const ModelHeader& header, const unsigned char* onnx,
                                       int threads, std::string* why);
 std::unique_ptr<Engine> MakeXnnpackEngine(const ModelHeader& header, const unsigned char* onnx,

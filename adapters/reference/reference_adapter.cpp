@@ -23,8 +23,10 @@
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <memory>
@@ -51,7 +53,6 @@ constexpr size_t kModelSizeOffset = 16;
 // Large enough for any detector map, small enough that a corrupt record cannot
 // make us allocate gigabytes.
 constexpr int64_t kMaxTensorBytes = 64 << 20;
-constexpr int kThreads = 2;
 constexpr int kMaxInputChannels = 4;
 
 template <typename T>
@@ -153,13 +154,49 @@ bool WriteOutput(const cv::Mat& y, const scanref::OutputInfo& output, Tensor& t)
 }
 
 // Runs one forward pass and writes the quantized outputs into the tensors.
+// SCANREF_TIMING=1: one line a run on stderr with the time of each of its
+// steps, the adapter's side of the frame path's stage table.
+class StepClock {
+  public:
+    StepClock() : on_(Enabled()), last_(Clock::now()) {}
+    void Lap(const char* step) {
+        if (!on_) return;
+        const auto now = Clock::now();
+        line_ += std::string(line_.empty() ? "" : ", ") + step + " " +
+                 std::to_string(std::chrono::duration<double, std::milli>(now - last_).count()) +
+                 " ms";
+        last_ = now;
+    }
+    ~StepClock() {
+        if (on_) std::fprintf(stderr, "scanref_adapter: run: %s\n", line_.c_str());
+    }
+
+  private:
+    using Clock = std::chrono::steady_clock;
+    static bool Enabled() {
+        static const bool on = [] {
+            const char* v = std::getenv("SCANREF_TIMING");
+            return v != nullptr && std::strcmp(v, "1") == 0;
+        }();
+        return on;
+    }
+    bool on_;
+    Clock::time_point last_;
+    std::string line_;
+};
+
 int Run(Manager& m, Tensor& in, Tensor** outs, int outCount) {
+    StepClock clock;
     ToBlob(in);
+    clock.Lap("input");
+    const cv::Mat picture = PictureInput(m, in);
+    clock.Lap("crop");
     std::string why;
-    if (!m.engine->Run(PictureInput(m, in), &m.results, &why)) {
+    if (!m.engine->Run(picture, &m.results, &why)) {
         Fail("NNModelRun", why);
         return -1;
     }
+    clock.Lap(m.engine->Name());
     const std::vector<cv::Mat>& results = m.results;
 
     for (int i = 0; i < outCount; ++i) {
@@ -172,6 +209,7 @@ int Run(Manager& m, Tensor& in, Tensor** outs, int outCount) {
             return -1;
         }
     }
+    clock.Lap("output codes");
     return 0;
 }
 
@@ -218,7 +256,7 @@ SCANREF_EXPORT int NNModelLoadFromBuffer(void* manager, const void* descriptor, 
         return -1;
     }
     try {
-        m.engine = scanref::MakeEngine(kind, header, bytes + onnxOffset, kThreads, &why);
+        m.engine = scanref::MakeEngine(kind, header, bytes + onnxOffset, &why);
     } catch (const std::exception& e) {
         why = e.what();
     }
