@@ -95,8 +95,9 @@ class ThreadCount {
 // The share of a map's calibration values its 8-bit codes cover; the rest
 // saturate. A few values lie far beyond the others (the first layer's largest is
 // 20 times its root mean square), and a scale that covers them all leaves the
-// rest too few codes. Over the sample pictures and photos, 0.9999 gave the
-// fewest codes off from the float engines; 1, 0.99999, 0.9995 and 0.999 more.
+// rest too few codes. Over the sample frames and photos, 0.9999 left the
+// smallest largest code difference from dnn (65; 1: 67, 0.99999: 69, 0.999: 68,
+// 0.9995: 82); the share of codes that differ hardly moves (66 to 74 %).
 constexpr double kKept = 0.9999;
 
 // Output size of a window sliding over `size` pixels, as ONNX counts it.
