@@ -107,8 +107,10 @@ std::vector<Contender> MakeContenders(const Model& m) {
     // The 8-bit engine's scales come from the sample frames, run as the adapter runs them.
     std::vector<cv::Mat> calibration;
     std::vector<fs::path> samples;
-    for (const auto& e : fs::directory_iterator(SCANCODE_SOURCE_DIR "/samples"))
-        if (e.path().extension() == ".jpg") samples.push_back(e.path());
+    std::error_code ec;
+    for (fs::directory_iterator it(SCANCODE_SOURCE_DIR "/samples", ec), end; !ec && it != end;
+         it.increment(ec))
+        if (it->path().extension() == ".jpg") samples.push_back(it->path());
     std::sort(samples.begin(), samples.end());
     for (const auto& p : samples) {
         const cv::Mat blob = LumaBlob(cv::imread(p.string(), cv::IMREAD_COLOR));
