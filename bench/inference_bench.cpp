@@ -4,10 +4,16 @@
 // and CPU time, the fastest round's wall time (what a quiet machine gives), and
 // each over OpenCV dnn's with the same threads and input size.
 //
+// Where oneDNN was found it is timed too, in float and 8-bit. Debian builds it
+// on OpenMP, whose idle workers spin after each layer by default and take the
+// core from whichever engine runs next; on a busy machine run the benchmark
+// with OMP_WAIT_POLICY=passive.
+//
 // It also runs each engine over real pictures letterboxed as the library does
 // (the sample frames and the photos) and reports the largest difference of the
 // 8-bit output codes from dnn's: the engines sum in different orders, so a code
-// may sit one step off where a value falls next to a rounding boundary.
+// may sit one step off where a value falls next to a rounding boundary (the
+// 8-bit engine's codes, from coarser values, sit much further off).
 //
 //   inference_bench [--rounds N] [--model FILE] [PICTURE_DIR...]
 
@@ -21,6 +27,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -30,6 +37,9 @@
 #include "engine.h"
 #include "model_header.h"
 #include "picture_extent.h"
+#ifdef SCANCODE_HAVE_ONEDNN
+#include "onednn_engine.h"
+#endif
 
 namespace {
 
@@ -57,33 +67,6 @@ bool ReadModel(const std::string& path, Model* m) {
     return true;
 }
 
-using Maker = std::unique_ptr<Engine> (*)(const ModelHeader&, const unsigned char*, int,
-                                          std::string*);
-
-struct Contender {
-    std::string name;
-    int threads;
-    std::unique_ptr<Engine> engine;
-};
-
-std::vector<Contender> MakeContenders(const Model& m) {
-    const std::pair<const char*, Maker> makers[] = {{"dnn", scanref::MakeDnnEngine},
-                                                    {"xnnpack", scanref::MakeXnnpackEngine}};
-    std::vector<Contender> all;
-    for (int threads : {1, 2}) {
-        for (const auto& [name, make] : makers) {
-            std::string why;
-            auto engine = make(m.header, m.bytes.data() + m.onnxOffset, threads, &why);
-            if (engine == nullptr) {
-                std::fprintf(stderr, "inference_bench: no %s engine: %s\n", name, why.c_str());
-                continue;
-            }
-            all.push_back({name, threads, std::move(engine)});
-        }
-    }
-    return all;
-}
-
 // A picture letterboxed into the top-left corner of the 640 x 640 input, as
 // the library does, then made the luma blob the adapter hands an engine.
 cv::Mat LumaBlob(const cv::Mat& bgr) {
@@ -106,6 +89,53 @@ cv::Mat Cropped(const cv::Mat& blob, int step) {
     for (int r = 0; r < e.height; ++r)
         std::memcpy(part.ptr<uint8_t>(0, 0, r), blob.ptr<uint8_t>(0, 0, r), e.width);
     return part;
+}
+
+using Maker = std::function<std::unique_ptr<Engine>(const ModelHeader&, const unsigned char*, int,
+                                                    std::string*)>;
+
+struct Contender {
+    std::string name;
+    int threads;
+    std::unique_ptr<Engine> engine;
+};
+
+std::vector<Contender> MakeContenders(const Model& m) {
+    std::vector<std::pair<const char*, Maker>> makers = {{"dnn", scanref::MakeDnnEngine},
+                                                         {"xnnpack", scanref::MakeXnnpackEngine}};
+#ifdef SCANCODE_HAVE_ONEDNN
+    makers.emplace_back("onednn", scanref::MakeOnednnEngine);
+    // The 8-bit engine's scales come from the sample frames, run as the adapter runs them.
+    std::vector<cv::Mat> calibration;
+    std::vector<fs::path> samples;
+    std::error_code ec;
+    for (fs::directory_iterator it(SCANCODE_SOURCE_DIR "/samples", ec), end; !ec && it != end;
+         it.increment(ec))
+        if (it->path().extension() == ".jpg") samples.push_back(it->path());
+    std::sort(samples.begin(), samples.end());
+    for (const auto& p : samples) {
+        const cv::Mat blob = LumaBlob(cv::imread(p.string(), cv::IMREAD_COLOR));
+        calibration.push_back(m.header.cropStep ? Cropped(blob, int(m.header.cropStep)) : blob);
+    }
+    makers.emplace_back(
+        "onednn-int8", [&calibration](const ModelHeader& h, const unsigned char* onnx, int threads,
+                                      std::string* why) {
+            return scanref::MakeOnednnInt8Engine(h, onnx, threads, calibration, why);
+        });
+#endif
+    std::vector<Contender> all;
+    for (int threads : {1, 2}) {
+        for (const auto& [name, make] : makers) {
+            std::string why;
+            auto engine = make(m.header, m.bytes.data() + m.onnxOffset, threads, &why);
+            if (engine == nullptr) {
+                std::fprintf(stderr, "inference_bench: no %s engine: %s\n", name, why.c_str());
+                continue;
+            }
+            all.push_back({name, threads, std::move(engine)});
+        }
+    }
+    return all;
 }
 
 std::vector<uint8_t> Codes(Engine& e, const ModelHeader& h, const cv::Mat& input) {
@@ -193,6 +223,8 @@ void Time(std::vector<Contender>& all, const char* label, const cv::Mat& input, 
     std::vector<cv::Mat> out;
     for (int r = -3; r < rounds; ++r) {  // three rounds of warm-up
         for (size_t i = 0; i < all.size(); ++i) {
+            // OpenCV's thread count belongs to the process, not to one dnn engine.
+            if (all[i].name == "dnn") cv::setNumThreads(all[i].threads);
             const Cost c = Measure(*all[i].engine, input, &out);
             if (r < 0) continue;
             wall[i].push_back(c.wall);
@@ -201,17 +233,26 @@ void Time(std::vector<Contender>& all, const char* label, const cv::Mat& input, 
     }
     std::printf("\n%s (%d x %d), medians of %d interleaved rounds:\n", label, input.size[3],
                 input.size[2], rounds);
-    std::printf("  %-10s %7s %9s %8s %9s %8s %9s %8s\n", "engine", "threads", "wall ms", "/ dnn",
-                "CPU ms", "/ dnn", "best ms", "/ dnn");
+    std::printf(
+        "  %-12s %7s %9s %8s %9s %8s %9s %8s
+        ", " engine ", " threads ", " wall ms ", " /
+            dnn
+            ",
+            "CPU ms",
+        "/ dnn", "best ms", "/ dnn");
     for (size_t i = 0; i < all.size(); ++i) {
         size_t base = i;
         for (size_t j = 0; j < all.size(); ++j)
             if (all[j].name == "dnn" && all[j].threads == all[i].threads) base = j;
         const double best = *std::min_element(wall[i].begin(), wall[i].end());
         const double bestBase = *std::min_element(wall[base].begin(), wall[base].end());
-        std::printf("  %-10s %7d %9.3f %8.2f %9.3f %8.2f %9.3f %8.2f\n", all[i].name.c_str(),
-                    all[i].threads, Median(wall[i]), Median(wall[i]) / Median(wall[base]),
-                    Median(cpu[i]), Median(cpu[i]) / Median(cpu[base]), best, best / bestBase);
+        std::printf(
+            "  %-12s %7d %9.3f %8.2f %9.3f %8.2f %9.3f %8.2f
+            ", all[i].name.c_str(),
+            all[i]
+                .threads,
+            Median(wall[i]), Median(wall[i]) / Median(wall[base]), Median(cpu[i]),
+            Median(cpu[i]) / Median(cpu[base]), best, best / bestBase);
     }
 }
 

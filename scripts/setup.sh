@@ -11,7 +11,7 @@ set -euo pipefail
 build=(cmake make g++ binutils libopencv-core-dev libopencv-imgproc-dev)
 # clang-format is pinned to one version: another formats differently.
 test=(libgtest-dev libgmock-dev libbenchmark-dev libyuv-dev libqrencode-dev libzxing-dev pkg-config
-      qemu-user black flake8 clang-format-14)
+      qemu-user black flake8 clang-format-14 libdnnl-dev)
 run=(libopencv-dnn-dev libxnnpack-dev libpthreadpool-dev libonnx-dev libprotobuf-dev libopencv-imgcodecs-dev libopencv-videoio-dev libzxing-dev nlohmann-json3-dev)
 eval=(python3-skimage gnome-backgrounds libopencv-objdetect-dev python3-matplotlib)
 arm64=(g++-aarch64-linux-gnu qemu-user libopencv-core-dev:arm64 libopencv-imgproc-dev:arm64
