@@ -233,26 +233,17 @@ void Time(std::vector<Contender>& all, const char* label, const cv::Mat& input, 
     }
     std::printf("\n%s (%d x %d), medians of %d interleaved rounds:\n", label, input.size[3],
                 input.size[2], rounds);
-    std::printf(
-        "  %-12s %7s %9s %8s %9s %8s %9s %8s
-        ", " engine ", " threads ", " wall ms ", " /
-            dnn
-            ",
-            "CPU ms",
-        "/ dnn", "best ms", "/ dnn");
+    std::printf("  %-12s %7s %9s %8s %9s %8s %9s %8s\n", "engine", "threads", "wall ms", "/ dnn",
+                "CPU ms", "/ dnn", "best ms", "/ dnn");
     for (size_t i = 0; i < all.size(); ++i) {
         size_t base = i;
         for (size_t j = 0; j < all.size(); ++j)
             if (all[j].name == "dnn" && all[j].threads == all[i].threads) base = j;
         const double best = *std::min_element(wall[i].begin(), wall[i].end());
         const double bestBase = *std::min_element(wall[base].begin(), wall[base].end());
-        std::printf(
-            "  %-12s %7d %9.3f %8.2f %9.3f %8.2f %9.3f %8.2f
-            ", all[i].name.c_str(),
-            all[i]
-                .threads,
-            Median(wall[i]), Median(wall[i]) / Median(wall[base]), Median(cpu[i]),
-            Median(cpu[i]) / Median(cpu[base]), best, best / bestBase);
+        std::printf("  %-12s %7d %9.3f %8.2f %9.3f %8.2f %9.3f %8.2f\n", all[i].name.c_str(),
+                    all[i].threads, Median(wall[i]), Median(wall[i]) / Median(wall[base]),
+                    Median(cpu[i]), Median(cpu[i]) / Median(cpu[base]), best, best / bestBase);
     }
 }
 
