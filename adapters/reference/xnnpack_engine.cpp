@@ -240,12 +240,16 @@ int Slide(int size, int kernel, int stride, int padBefore, int padAfter) {
     return span < 0 ? 0 : span / stride + 1;
 }
 
+// Room for a map, and the bytes past its end that XNNPACK's kernels may read.
+size_t Floats(int n, int h, int w, int c) {
+    return static_cast<size_t>(n) * h * w * c + XNN_EXTRA_BYTES / sizeof(float);
+}
+
 bool XnnpackEngine::Setup(int n, int h, int w, bool allocate, std::string* why) {
     maps_[0].n = n;
     maps_[0].h = Slide(h, patch_[0], patch_[0], 0, 0);
     maps_[0].w = Slide(w, patch_[1], patch_[1], 0, 0);
-    if (allocate)
-        maps_[0].data.resize(static_cast<size_t>(n) * maps_[0].h * maps_[0].w * maps_[0].channels);
+    if (allocate) maps_[0].data.resize(Floats(n, maps_[0].h, maps_[0].w, maps_[0].channels));
     for (auto& s : steps_) {
         Map& in = maps_[s.in[0]];
         Map& out = maps_[s.out];
@@ -260,7 +264,7 @@ bool XnnpackEngine::Setup(int n, int h, int w, bool allocate, std::string* why) 
                    " is too small for the graph";
             return false;
         }
-        if (allocate) out.data.resize(static_cast<size_t>(out.n) * out.h * out.w * out.channels);
+        if (allocate) out.data.resize(Floats(out.n, out.h, out.w, out.channels));
         const float* src = in.data.data();
         float* dst = out.data.data();
         xnn_status status = xnn_status_invalid_parameter;
