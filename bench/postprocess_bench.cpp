@@ -12,10 +12,10 @@
 #include <chrono>
 #include <random>
 
-#include "../tests/detect/literal_postprocess.h"
-#include "../tests/detect/output_buffer.h"
 #include "detect/postprocess_calculator.h"
 #include "host_shim.h"
+#include "literal_postprocess.h"
+#include "output_buffer.h"
 
 using scancode_test::OutputBuffer;
 
