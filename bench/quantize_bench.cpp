@@ -27,23 +27,23 @@ std::vector<float> PixelInput() {
 }
 
 void BM_QuantizeInput(benchmark::State& state) {
-    const std::vector<float> in = PixelInput();
+    std::vector<float> in = PixelInput();
     std::vector<uint8_t> out(kInputFloats);
     for (auto _ : state) {
-        QuantizePixelBlocks(in.data(), out.data(), kInputFloats);
+        QuantizePixels(in.data(), out.data(), kInputFloats);
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }
     state.SetBytesProcessed(state.iterations() * kInputFloats * sizeof(float));
-    state.SetLabel(scancode::PickVariant(kQuantizePixelBlocksVariants).name);
+    state.SetLabel(scancode::PickVariant(kQuantizePixelsVariants).name);
 }
 BENCHMARK(BM_QuantizeInput);
 
 void BM_QuantizeInputScalarReference(benchmark::State& state) {
-    const std::vector<float> in = PixelInput();
+    std::vector<float> in = PixelInput();
     std::vector<uint8_t> out(kInputFloats);
     for (auto _ : state) {
-        QuantizePixelBlocks_C(in.data(), out.data(), kInputFloats);
+        QuantizePixels_C(in.data(), out.data(), kInputFloats);
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }
@@ -58,18 +58,18 @@ void BM_QuantizeUnitInput(benchmark::State& state) {
     for (float& x : in) x /= 255.0f;
     std::vector<uint8_t> out(kInputFloats);
     for (auto _ : state) {
-        QuantizeUnitBlocks(in.data(), out.data(), kInputFloats);
+        QuantizeUnits(in.data(), out.data(), kInputFloats);
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }
     state.SetBytesProcessed(state.iterations() * kInputFloats * sizeof(float));
-    state.SetLabel(scancode::PickVariant(kQuantizeUnitBlocksVariants).name);
+    state.SetLabel(scancode::PickVariant(kQuantizeUnitsVariants).name);
 }
 BENCHMARK(BM_QuantizeUnitInput);
 
 // The same 4,915,200 bytes of float input, copied.
 void BM_MemcpyInput(benchmark::State& state) {
-    const std::vector<float> in = PixelInput();
+    std::vector<float> in = PixelInput();
     std::vector<float> out(kInputFloats);
     for (auto _ : state) {
         memcpy(out.data(), in.data(), kInputFloats * sizeof(float));

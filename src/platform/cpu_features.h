@@ -11,6 +11,11 @@
 // fastest last, and its entry point keeps the last one the CPU can run in a
 // function-local static: chosen on first use, once per process.
 //
+// One tail rule holds for all of them: a variant processes whole steps only
+// (its table entry says how many units a step is), and the kernel's walker
+// runs it over the whole steps and the reference over what is left, so no
+// variant carries a tail loop or calls another variant.
+//
 // A file compiled with extra extensions must not odr-use an inline function
 // with external linkage that baseline files use too: the linker keeps one
 // copy, which may be the one with the wider instructions. Its helpers go in an
@@ -62,8 +67,16 @@ template <typename Fn>
 struct KernelVariant {
     const char* name;
     unsigned needs;  // CpuFeature bits
+    int step;        // fn takes whole steps only: counts that are multiples of this
     Fn fn;
 };
+
+// The part of `count` a variant of `step` runs; each kernel's walker hands
+// the rest to the reference.
+template <typename Count>
+constexpr Count WholeSteps(Count count, int step) {
+    return count - count % static_cast<Count>(step);
+}
 
 // The last variant of `variants` whose extensions `available` has; the
 // first, the reference, when none has them.

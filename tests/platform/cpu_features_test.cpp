@@ -25,10 +25,10 @@ int Fused() {
 
 constexpr unsigned kSse41 = scancode::kCpuSse41, kAvx2 = scancode::kCpuAvx2,
                    kFma = scancode::kCpuFma;
-constexpr KernelVariant<Fn> kTable[] = {{"C", 0, Ref},
-                                        {"SSE41", kSse41, Narrow},
-                                        {"AVX2", kAvx2, Wide},
-                                        {"AVX2FMA", kAvx2 | kFma, Fused}};
+constexpr KernelVariant<Fn> kTable[] = {{"C", 0, 1, Ref},
+                                        {"SSE41", kSse41, 1, Narrow},
+                                        {"AVX2", kAvx2, 1, Wide},
+                                        {"AVX2FMA", kAvx2 | kFma, 1, Fused}};
 
 TEST(PickVariant, TakesTheLastVariantTheFeaturesCover) {
     const struct {
@@ -49,9 +49,9 @@ TEST(PickVariant, TakesTheLastVariantTheFeaturesCover) {
             << "features " << c.available;
     }
     // A table of the reference alone, and the reference when nothing fits.
-    constexpr KernelVariant<Fn> refOnly[] = {{"C", 0, Ref}};
+    constexpr KernelVariant<Fn> refOnly[] = {{"C", 0, 1, Ref}};
     EXPECT_EQ(PickVariant(refOnly, 0).fn, Ref);
-    constexpr KernelVariant<Fn> unmet[] = {{"C", 0, Ref}, {"X", 1u << 31, Wide}};
+    constexpr KernelVariant<Fn> unmet[] = {{"C", 0, 1, Ref}, {"X", 1u << 31, 1, Wide}};
     EXPECT_EQ(PickVariant(unmet, ~0u >> 1).fn, Ref);
 }
 
