@@ -53,9 +53,21 @@ inline unsigned DetectCpuFeatures() {
 #endif
 }
 
-// The running CPU's extensions, detected on first use.
+// `detected` less the extensions a comma-separated list names (sse2, sse41,
+// avx2, fma, neon; other names are ignored). On x86-64 a named extension takes
+// the ones above it along (sse2 < sse41 < avx2 < fma), so that naming one
+// leaves exactly the level below it, as on a CPU that stops there.
+unsigned MaskCpuFeatures(unsigned detected, const char* disabled);
+
+// The host's SCANCODE_CPU_DISABLE, or null (always on Android, which compiles
+// no lookup): lets one process run each level this CPU has.
+const char* HostDisabledCpuFeatures();
+
+// The running CPU's extensions less those the host disabled, read on first
+// use and kept for the process.
 inline unsigned CpuFeatures() {
-    static const unsigned features = DetectCpuFeatures();
+    static const unsigned features =
+        MaskCpuFeatures(DetectCpuFeatures(), HostDisabledCpuFeatures());
     return features;
 }
 

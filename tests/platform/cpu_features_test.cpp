@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
 
 namespace {
@@ -55,7 +56,45 @@ TEST(PickVariant, TakesTheLastVariantTheFeaturesCover) {
     EXPECT_EQ(PickVariant(unmet, ~0u >> 1).fn, Ref);
 }
 
+TEST(MaskCpuFeatures, TakesNamedExtensionsAndThoseAboveThemAway) {
+    constexpr unsigned kSse2 = scancode::kCpuSse2, kNeon = scancode::kCpuNeon;
+    constexpr unsigned kX86 = kSse2 | kSse41 | kAvx2 | kFma;
+    const struct {
+        const char* disabled;
+        unsigned detected, expected;
+    } cases[] = {
+        {nullptr, kX86, kX86},
+        {"", kX86, kX86},
+        {"fma", kX86, kSse2 | kSse41 | kAvx2},
+        {"avx2", kX86, kSse2 | kSse41},  // the level below AVX2
+        {"sse41", kX86, kSse2},
+        {"sse2", kX86, 0},
+        {"avx2,sse41", kX86, kSse2},
+        {"sse41,,fma", kX86, kSse2},
+        {"avx2", kSse2 | kSse41, kSse2 | kSse41},  // nothing to take away
+        {"neon", kNeon, 0},
+        {"sse2", kNeon, kNeon},
+        {"AVX2,avx,avx2 ,avx512", kX86, kX86},  // names are exact
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(scancode::MaskCpuFeatures(c.detected, c.disabled), c.expected)
+            << (c.disabled ? c.disabled : "(unset)") << " of " << c.detected;
+    }
+}
+
+// CTest runs this once more with SCANCODE_CPU_DISABLE=sse2,neon: every
+// kernel then picks its reference.
+TEST(CpuFeatures, HonourTheHostsMask) {
+    const char* disabled = getenv("SCANCODE_CPU_DISABLE");
+    if (disabled == nullptr || std::string(disabled) != "sse2,neon") {
+        GTEST_SKIP() << "run with SCANCODE_CPU_DISABLE=sse2,neon";
+    }
+    EXPECT_EQ(scancode::CpuFeatures(), 0u);
+    EXPECT_EQ(std::string(PickVariant(kTable).name), "C");
+}
+
 TEST(CpuFeatures, DescribeThisArchitecture) {
+    if (getenv("SCANCODE_CPU_DISABLE") != nullptr) GTEST_SKIP() << "the host masks extensions";
     const unsigned f = scancode::CpuFeatures();
     EXPECT_EQ(f, scancode::DetectCpuFeatures()) << "detected once, the same every time";
 #if defined(__x86_64__)
