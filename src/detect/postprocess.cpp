@@ -1,9 +1,10 @@
 // Decoding of the detector's five output heads into frame boxes.
 //
-// The detector hands over one buffer of 51150 floats: five square grids of
-// cells, six floats per cell (log distances from the cell centre to the left,
-// top, right and bottom edges in 640 x 640 input pixels, a score logit, one
-// unused value). Cells whose logit passes the threshold become candidates;
+// The detector hands over one buffer of detector_layout::kOutputValues
+// floats: kHeadCount square grids of cells, kValuesPerCell floats per cell
+// (log distances from the cell centre to the left, top, right and bottom
+// edges in input pixels of the kInputSide square, a score logit, one unused
+// value). Cells whose logit passes the threshold become candidates;
 // candidates are sorted by score, boxes touching a better one are dropped, and
 // the rest are mapped back to the frame, counted, and listed when they lie
 // clear of an 80-pixel band along the frame's edges.
