@@ -8,8 +8,9 @@
 // compiled with those extensions (cmake/simd.cmake); everything else is built
 // for the architecture's baseline, so the library and its programs start on
 // any x86-64. A kernel's variants are listed in a table, reference first and
-// fastest last, and its entry point keeps the last one the CPU can run in a
-// function-local static: chosen on first use, once per process.
+// fastest last, and its entry point keeps the last one the CPU can run (less
+// what the host masks, see CpuFeatures) in a function-local static: chosen on
+// first use, once per process.
 //
 // One tail rule holds for all of them: a variant processes whole steps only
 // (its table entry says how many units a step is), and the kernel's walker
@@ -60,7 +61,7 @@ inline unsigned DetectCpuFeatures() {
 unsigned MaskCpuFeatures(unsigned detected, const char* disabled);
 
 // The host's SCANCODE_CPU_DISABLE, or null (always on Android, which compiles
-// no lookup): lets one process run each level this CPU has.
+// no lookup): lets one machine run a program at any level below its best.
 const char* HostDisabledCpuFeatures();
 
 // The running CPU's extensions less those the host disabled, read on first
