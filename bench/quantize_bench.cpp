@@ -1,6 +1,6 @@
 // The per-frame arithmetic of the inference runtime against plain copies of
-// the same bytes: quantizing the 640 x 640 x 3 float input, and dequantizing
-// the detector's 51,150 output bytes.
+// the same bytes: quantizing the detector's float input (kInputFloats), and
+// dequantizing its output bytes (kOutputValues).
 //
 //   quantize_bench --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
 #include <benchmark/benchmark.h>
@@ -17,7 +17,7 @@ namespace {
 
 using detector_layout::kHeadCount;
 using detector_layout::kHeads;
-constexpr size_t kInputFloats = detector_layout::kInputFloats;  // 1,228,800
+constexpr size_t kInputFloats = detector_layout::kInputFloats;
 constexpr size_t kOutputFloats = detector_layout::kOutputValues;
 
 std::vector<float> PixelInput() {
