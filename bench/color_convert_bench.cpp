@@ -54,8 +54,8 @@ void BM_Decode_Ours(benchmark::State& s) {
 void BM_Decode_OursReference(benchmark::State& s) {
     DecodeBuffers b(s);
     for (auto _ : s) {
-        benchmark::DoNotOptimize(scancode::NV21ToRGBFrame(scancode::NV21ToRGBRow_C, b.nv21.data(),
-                                                          b.out.data(), b.w, b.h));
+        benchmark::DoNotOptimize(scancode::NV21ToRGBFrame(scancode::kNV21ToRGBRowVariants[0],
+                                                          b.nv21.data(), b.out.data(), b.w, b.h));
         benchmark::ClobberMemory();
     }
     b.Count(s);
@@ -112,7 +112,8 @@ void BM_Encode_Ours(benchmark::State& s) {
 void BM_Encode_OursReference(benchmark::State& s) {
     EncodeBuffers b(s);
     for (auto _ : s) {
-        scancode::BGRToNV21Frame(scancode::BGRToNV21Row_C, b.out.data(), b.bgr.data(), b.w, b.h);
+        scancode::BGRToNV21Frame(scancode::kBGRToNV21RowVariants[0], b.out.data(), b.bgr.data(),
+                                 b.w, b.h);
         benchmark::ClobberMemory();
     }
     b.Count(s);

@@ -1,5 +1,5 @@
 // PostProcess on an empty frame, a typical frame (a few dozen cells above
-// threshold) and the worst cases (every one of the 8525 cells passes, few
+// threshold) and the worst cases (every cell of every head passes, few
 // distinct scores), next to the literal algorithm the results must match.
 // PostProcess formats its info lines ("x = ..." per surviving box) even into
 // a dropping sink; the literal runs print nothing.
@@ -12,10 +12,10 @@
 #include <chrono>
 #include <random>
 
-#include "../tests/detect/literal_postprocess.h"
-#include "../tests/detect/output_buffer.h"
 #include "detect/postprocess_calculator.h"
 #include "host_shim.h"
+#include "literal_postprocess.h"
+#include "output_buffer.h"
 
 using scancode_test::OutputBuffer;
 
@@ -57,7 +57,7 @@ OutputBuffer TypicalFrame() {
 }
 
 // Every cell passes with one of `levels` scores. logSize 0 gives 2 x 2 boxes
-// that never touch, so all 8525 candidates survive suppression; 1.8 gives
+// that never touch, so every candidate survives suppression; 1.8 gives
 // 12 x 12 boxes overlapping their neighbours.
 OutputBuffer AllCellsPass(int levels, float logSize) {
     OutputBuffer b;

@@ -127,7 +127,7 @@ void BM_Stage_Quantize(benchmark::State& state) {
     std::vector<float> in(detector_layout::kInputFloats, 90.0f);
     std::vector<uint8_t> out(in.size());
     for (auto _ : state) {
-        QuantizePixelBlocks(in.data(), out.data(), in.size());
+        QuantizePixels(in.data(), out.data(), in.size());
         benchmark::ClobberMemory();
     }
 }

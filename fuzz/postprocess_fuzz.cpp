@@ -1,9 +1,9 @@
-// PostProcess on arbitrary 51,150-float output maps. The input describes a
-// background for every cell (all rejected, all passing with few distinct
-// scores, or values from the input) and then single values to overwrite, so
-// the worst cases (every one of the 8525 cells kept, all scores equal,
-// NaN, infinities, huge and denormal values) are a few bytes away. Besides
-// not crashing, the boxes and the count must match the plain pairwise
+// PostProcess on arbitrary output maps (kOutputValues floats). The input
+// describes a background for every cell (all rejected, all passing with few
+// distinct scores, or values from the input) and then single values to
+// overwrite, so the worst cases (every cell of every head kept, all scores
+// equal, NaN, infinities, huge and denormal values) are a few bytes away.
+// Besides not crashing, the boxes and the count must match the plain pairwise
 // transcription of the algorithm whenever that stays affordable.
 #include <cstdint>
 #include <cstring>

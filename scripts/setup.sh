@@ -11,12 +11,13 @@ set -euo pipefail
 build=(cmake make g++ binutils libopencv-core-dev libopencv-imgproc-dev)
 # clang-format is pinned to one version: another formats differently.
 test=(libgtest-dev libgmock-dev libbenchmark-dev libyuv-dev libqrencode-dev libzxing-dev pkg-config
-      qemu-user black flake8 clang-format-14 libdnnl-dev)
-run=(libopencv-dnn-dev libxnnpack-dev libpthreadpool-dev libonnx-dev libprotobuf-dev libopencv-imgcodecs-dev libopencv-videoio-dev libzxing-dev nlohmann-json3-dev)
+      libjpeg62-turbo-dev qemu-user black flake8 clang-format-14 libdnnl-dev)
+run=(libopencv-dnn-dev libxnnpack-dev libpthreadpool-dev libonnx-dev libprotobuf-dev
+     libopencv-imgcodecs-dev libopencv-videoio-dev libzxing-dev nlohmann-json3-dev)
 eval=(python3-skimage gnome-backgrounds libopencv-objdetect-dev python3-matplotlib)
 arm64=(g++-aarch64-linux-gnu qemu-user libopencv-core-dev:arm64 libopencv-imgproc-dev:arm64
        libgtest-dev:arm64 libgmock-dev:arm64 libyuv-dev:arm64 libqrencode-dev:arm64
-       libzxing-dev:arm64)
+       libzxing-dev:arm64 libjpeg62-turbo-dev:arm64)
 # MATE's and UKUI's wallpapers are the natural photos training composites codes onto.
 train=(python3-torch python3-opencv python3-numpy python3-segno mate-backgrounds ukui-wallpapers)
 fuzz=(clang-14 libclang-rt-14-dev valgrind)

@@ -26,8 +26,8 @@ class CodeDetectInferenceCalculator {
     CodeDetectInferenceCalculator& operator=(const CodeDetectInferenceCalculator&) = delete;
 
     // Prepares the network input from the frame and runs the detector; on
-    // success hands the 51150-float output buffer to `output` (the caller
-    // then owns it).
+    // success hands the output buffer (detector_layout::kOutputValues floats)
+    // to `output` (the caller then owns it).
     int InferenceProcess(cv::Mat& frame, float*& output);
 
   private:

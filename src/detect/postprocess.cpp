@@ -1,9 +1,10 @@
 // Decoding of the detector's five output heads into frame boxes.
 //
-// The detector hands over one buffer of 51150 floats: five square grids of
-// cells, six floats per cell (log distances from the cell centre to the left,
-// top, right and bottom edges in 640 x 640 input pixels, a score logit, one
-// unused value). Cells whose logit passes the threshold become candidates;
+// The detector hands over one buffer of detector_layout::kOutputValues
+// floats: kHeadCount square grids of cells, kValuesPerCell floats per cell
+// (log distances from the cell centre to the left, top, right and bottom
+// edges in input pixels of the kInputSide square, a score logit, one unused
+// value). Cells whose logit passes the threshold become candidates;
 // candidates are sorted by score, boxes touching a better one are dropped, and
 // the rest are mapped back to the frame, counted, and listed when they lie
 // clear of an 80-pixel band along the frame's edges.
@@ -103,6 +104,40 @@ int CodeDetectPostprocesCalculator::process(float* head, int gridRows, int gridC
     return count;
 }
 
+namespace {
+
+// The best kMaxListedPositions survivors of suppression, mapped back to the
+// frame and cut at its right and bottom edges: each is counted and logged,
+// and listed in `boxes` when it lies clear of the edge band.
+void ListBoxes(int n, const std::vector<float>& candidates, const std::vector<int>& order,
+               float ratio, int cols, int rows, std::vector<cv::Rect>& boxes, int& count) {
+    const float scale = 1.0f / ratio;
+    const float right = static_cast<float>(cols);
+    const float bottom = static_cast<float>(rows);
+    const int listed = std::min(n, kMaxListedPositions);
+    for (int i = 0; i < listed; ++i) {
+        const int m = order[i];
+        if (m == -1) continue;
+        const float* b = &candidates[4 * static_cast<size_t>(m)];
+        const float x = std::max(b[0] * scale, 0.0f);
+        const float y = std::max(b[1] * scale, 0.0f);
+        float w = b[2] * scale;
+        float h = b[3] * scale;
+        if (x + w > right) w = right - x;
+        if (y + h > bottom) h = bottom - y;
+        LOGI("x = %.03f, y = %.03f, w = %.03f, h = %.03f", static_cast<double>(x),
+             static_cast<double>(y), static_cast<double>(w), static_cast<double>(h));
+        ++count;
+        if (x >= kEdgeBand && y >= kEdgeBand && x + w <= right - kEdgeBand &&
+            y + h <= bottom - kEdgeBand) {
+            boxes.emplace_back(TruncateToInt(x), TruncateToInt(y), TruncateToInt(w),
+                               TruncateToInt(h));
+        }
+    }
+}
+
+}  // namespace
+
 int CodeDetectPostprocesCalculator::PostProcess(int cols, int rows, float* output,
                                                 std::vector<cv::Rect>& boxes, int& count) {
     const timeval start = TimeMark();
@@ -149,29 +184,7 @@ int CodeDetectPostprocesCalculator::PostProcess(int cols, int rows, float* outpu
         nms(n, candidates, classIds, order, k, 0.0f);
     }
 
-    const float scale = 1.0f / ratio;
-    const float right = static_cast<float>(cols);
-    const float bottom = static_cast<float>(rows);
-    const int listed = std::min(n, kMaxListedPositions);
-    for (int i = 0; i < listed; ++i) {
-        const int m = order[i];
-        if (m == -1) continue;
-        const float* b = &candidates[4 * static_cast<size_t>(m)];
-        const float x = std::max(b[0] * scale, 0.0f);
-        const float y = std::max(b[1] * scale, 0.0f);
-        float w = b[2] * scale;
-        float h = b[3] * scale;
-        if (x + w > right) w = right - x;
-        if (y + h > bottom) h = bottom - y;
-        LOGI("x = %.03f, y = %.03f, w = %.03f, h = %.03f", static_cast<double>(x),
-             static_cast<double>(y), static_cast<double>(w), static_cast<double>(h));
-        ++count;
-        if (x >= kEdgeBand && y >= kEdgeBand && x + w <= right - kEdgeBand &&
-            y + h <= bottom - kEdgeBand) {
-            boxes.emplace_back(TruncateToInt(x), TruncateToInt(y), TruncateToInt(w),
-                               TruncateToInt(h));
-        }
-    }
+    ListBoxes(n, candidates, order, ratio, cols, rows, boxes, count);
 
     LOGD("code detect postprocess calculator successful");
     LOGI("the num of qrcode is %d", static_cast<int>(boxes.size()));

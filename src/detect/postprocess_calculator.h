@@ -12,7 +12,8 @@
 class CodeDetectPostprocesCalculator {
   public:
     // Box decoding (postprocess.cpp, score_sort.cpp, suppression.cpp). Takes
-    // ownership of `output` (new[] of 51150 floats) and releases it.
+    // ownership of `output` (new[] of detector_layout::kOutputValues floats)
+    // and releases it.
     int PostProcess(int cols, int rows, float* output, std::vector<cv::Rect>& boxes, int& count);
     int process(float* head, int gridRows, int gridCols, int stride, std::vector<float>& boxes,
                 std::vector<float>& scores, std::vector<int>& classIds);

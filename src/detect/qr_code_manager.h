@@ -19,7 +19,8 @@ class QRCodeManager {
     QRCodeManager(const QRCodeManager&) = delete;
     QRCodeManager& operator=(const QRCodeManager&) = delete;
 
-    // Loads the model and (re)allocates the two 640 x 640 input images.
+    // Loads the model and (re)allocates the two input images, each
+    // detector_layout::kInputSide square.
     int Init();
     // Replaces the detector without deleting the previous one; unused by the library.
     int InitCodeDetectbase();
@@ -31,9 +32,9 @@ class QRCodeManager {
     CodeDetectbase* getCodeDetectbase();
 
     bool initDone;
-    cv::Mat resizeImg;   // the frame scaled to fit 640 x 640
-    cv::Mat paddingImg;  // 640 x 640 CV_8UC3: resizeImg padded at the bottom and right
-    cv::Mat inputImg;    // 640 x 640 CV_32FC3: paddingImg as floats, the network input
+    cv::Mat resizeImg;   // the frame scaled to fit the input square
+    cv::Mat paddingImg;  // input square, CV_8UC3: resizeImg padded at the bottom and right
+    cv::Mat inputImg;    // input square, CV_32FC3: paddingImg as floats, the network input
     CodeDetectbase* codeDetectbase;
 };
 

@@ -7,9 +7,9 @@
 // between a right cursor (stepping down over scores <= pivot) and a left
 // cursor (stepping up over scores >= pivot), and elements equal to the pivot
 // never move. Taken literally that is quadratic whenever partitions end far
-// from the middle, which many equal scores make routine: a frame where all
-// 8525 cells pass with a handful of distinct dequantized logits costs tens of
-// millions of steps. Two changes keep the result identical and the cost close
+// from the middle, which many equal scores make routine: a frame where every
+// cell of every head passes with a handful of distinct dequantized logits
+// costs tens of millions of steps. Two changes keep the result identical and the cost close
 // to that of a balanced sort:
 //
 //  - A cursor walk only looks for the nearest index in a range whose score is

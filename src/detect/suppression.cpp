@@ -246,7 +246,7 @@ int CodeDetectPostprocesCalculator::nms(int count, std::vector<float>& boxes,
         // so CalculateOverlap's union is infinite or NaN and the ratio 0 or
         // NaN. Such boxes stay as they are and are never registered; asking
         // anyway would test each of them against every kept box, which made
-        // a frame of overflowing log distances cost all 8525^2/2 pairs.
+        // a frame of overflowing log distances test every pair of cells.
         if (!Finite(b)) continue;
         const bool suppressed = grid.AnyNear(b, i, [&](const Span& a) {
             return CalculateOverlap(a.x0, a.y0, a.x1, a.y1, b.x0, b.y0, b.x1, b.y1) > threshold;

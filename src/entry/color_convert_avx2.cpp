@@ -26,7 +26,7 @@ inline void Store256(uint8_t* p, __m256i v) {
 
 // 32 pixels (four groups) a step; every lane-wise operation keeps pixels
 // 0-15 in the low 128 bits and 16-31 in the high, so only the final 96-byte
-// store needs to cross lanes. Remaining groups go to the SSE4.1 kernel.
+// store needs to cross lanes.
 void NV21ToRGBRow_AVX2(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int groups) {
     const __m256i zero = _mm256_setzero_si256();
     const __m256i low = _mm256_set1_epi16(0x00FF);
@@ -65,11 +65,10 @@ void NV21ToRGBRow_AVX2(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int gr
         Store256(dst + 32, _mm256_permute2x128_si256(out[2], out[0], 0x30));
         Store256(dst + 64, _mm256_permute2x128_si256(out[1], out[2], 0x31));
     }
-    if (groups > 0) NV21ToRGBRow_SSE41(y, vu, dst, groups);
 }
 
 // Two groups (32 pixels) a step, loaded so that each 128-bit lane holds the
-// 48 bytes of one group; an odd last group goes to the SSE4.1 kernel.
+// 48 bytes of one group.
 void BGRToNV21Row_AVX2(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups) {
     const __m256i low = _mm256_set1_epi16(0x00FF);
     const __m256i lumaBias = _mm256_set1_epi16(kLumaBias);
@@ -111,7 +110,6 @@ void BGRToNV21Row_AVX2(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups) 
         Store256(vu, _mm256_or_si256(v8, _mm256_slli_epi16(u8, 8)));
         vu += 32;
     }
-    if (groups > 0) BGRToNV21Row_SSE41(bgr, y, vu, groups);
 }
 
 // The reference's own loop, which the compiler vectorises with AVX2 here.

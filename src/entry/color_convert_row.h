@@ -76,13 +76,15 @@ inline void RGBToNV21FrameBody(uint8_t* dst, const uint8_t* px, int width, int h
 // ---- row kernels ------------------------------------------------------------
 // Decoder row: `groups` groups of 8 pixels. Luma from `y` (8 bytes a group),
 // chroma from `vu` (4 pairs a group, pair k serving pixels 2k and 2k + 1),
-// 24 interleaved bytes a group to `dst`.
+// 24 interleaved bytes a group to `dst`. A variant takes whole steps of its
+// table entry's `step` groups; RunNV21ToRGBRow takes any count.
 using NV21ToRGBRowFn = void (*)(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int groups);
 // Encoder row: `groups` groups of 16 pixels read from `bgr` (48 bytes a group,
 // channel 0 = B), 16 luma bytes a group to `y`; unless `vu` is null, 8 V,U
-// pairs a group taken from the even-column pixels.
+// pairs a group taken from the even-column pixels. Steps as for the decoder.
 using BGRToNV21RowFn = void (*)(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups);
-// Whole-frame scalar encoder (RGBToNV21FrameBody) for width, height >= 1.
+// Whole-frame scalar encoder (RGBToNV21FrameBody) for width, height >= 1; its
+// variant is the same loop compiled wider, so any frame is a whole step.
 using RGBToNV21FrameFn = void (*)(uint8_t* dst, const uint8_t* rgb, int width, int height);
 
 void NV21ToRGBRow_C(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int groups);
@@ -100,39 +102,48 @@ void NV21ToRGBRow_NEON(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int gr
 void BGRToNV21Row_NEON(const uint8_t* bgr, uint8_t* y, uint8_t* vu, int groups);
 #endif
 
-// Every variant of this architecture, reference first, fastest last.
+// Every variant of this architecture, reference first, fastest last, with
+// its step in groups.
 inline constexpr KernelVariant<NV21ToRGBRowFn> kNV21ToRGBRowVariants[] = {
-    {"C", 0, NV21ToRGBRow_C},
+    {"C", 0, 1, NV21ToRGBRow_C},
 #if defined(__x86_64__)
-    {"SSE41", kCpuSse41, NV21ToRGBRow_SSE41},
-    {"AVX2", kCpuAvx2, NV21ToRGBRow_AVX2},
+    {"SSE41", kCpuSse41, 2, NV21ToRGBRow_SSE41},
+    {"AVX2", kCpuAvx2, 4, NV21ToRGBRow_AVX2},
 #endif
 #if defined(__ARM_NEON)
-    {"NEON", kCpuNeon, NV21ToRGBRow_NEON},
+    {"NEON", kCpuNeon, 1, NV21ToRGBRow_NEON},
 #endif
 };
 inline constexpr KernelVariant<BGRToNV21RowFn> kBGRToNV21RowVariants[] = {
-    {"C", 0, BGRToNV21Row_C},
+    {"C", 0, 1, BGRToNV21Row_C},
 #if defined(__x86_64__)
-    {"SSE41", kCpuSse41, BGRToNV21Row_SSE41},
-    {"AVX2", kCpuAvx2, BGRToNV21Row_AVX2},
+    {"SSE41", kCpuSse41, 1, BGRToNV21Row_SSE41},
+    {"AVX2", kCpuAvx2, 2, BGRToNV21Row_AVX2},
 #endif
 #if defined(__ARM_NEON)
-    {"NEON", kCpuNeon, BGRToNV21Row_NEON},
+    {"NEON", kCpuNeon, 1, BGRToNV21Row_NEON},
 #endif
 };
 inline constexpr KernelVariant<RGBToNV21FrameFn> kRGBToNV21FrameVariants[] = {
-    {"C", 0, RGBToNV21Frame_C},
+    {"C", 0, 1, RGBToNV21Frame_C},
 #if defined(__x86_64__)
-    {"AVX2", kCpuAvx2, RGBToNV21Frame_AVX2},
+    {"AVX2", kCpuAvx2, 1, RGBToNV21Frame_AVX2},
 #endif
 };
 
+// ---- row walkers ------------------------------------------------------------
+// `row` over the whole steps of `groups`, the reference over the rest.
+void RunNV21ToRGBRow(const KernelVariant<NV21ToRGBRowFn>& row, const uint8_t* y, const uint8_t* vu,
+                     uint8_t* dst, int groups);
+void RunBGRToNV21Row(const KernelVariant<BGRToNV21RowFn>& row, const uint8_t* bgr, uint8_t* y,
+                     uint8_t* vu, int groups);
+
 // ---- frame walks ------------------------------------------------------------
 // The whole-frame behaviour of NV21toRGB_NEON and BGRtoNV21_NEON with the
-// given row kernel: early returns, chroma row stepping, running pointers.
-const uint8_t* NV21ToRGBFrame(NV21ToRGBRowFn row, const uint8_t* src, uint8_t* dst, int width,
-                              int height);
-void BGRToNV21Frame(BGRToNV21RowFn row, uint8_t* dst, const uint8_t* src, int width, int height);
+// given row variant: early returns, chroma row stepping, running pointers.
+const uint8_t* NV21ToRGBFrame(const KernelVariant<NV21ToRGBRowFn>& row, const uint8_t* src,
+                              uint8_t* dst, int width, int height);
+void BGRToNV21Frame(const KernelVariant<BGRToNV21RowFn>& row, uint8_t* dst, const uint8_t* src,
+                    int width, int height);
 
 }  // namespace scancode

@@ -13,7 +13,7 @@
 
 namespace scancode {
 
-// 16 pixels (two groups) a step; an odd last group goes to the reference.
+// 16 pixels (two groups) a step.
 void NV21ToRGBRow_SSE41(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int groups) {
     const __m128i zero = _mm_setzero_si128();
     const __m128i low = _mm_set1_epi16(0x00FF);
@@ -46,7 +46,6 @@ void NV21ToRGBRow_SSE41(const uint8_t* y, const uint8_t* vu, uint8_t* dst, int g
             _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 16 * part), out);
         }
     }
-    if (groups > 0) NV21ToRGBRow_C(y, vu, dst, groups);
 }
 
 // One group of 16 pixels a step.

@@ -96,6 +96,80 @@ bool IsHandle(const void* handle) {
     return handle != nullptr && handle == &g_codeManager;
 }
 
+// The frame image is sized by the first frame after Init. A first frame
+// without a size leaves it empty, and every frame fails until the next Init.
+void SizeFrameImageOnFirstFrame(int32_t width, int32_t height) {
+    if (isFirstProcess) {
+        return;
+    }
+    isFirstProcess = true;
+    rgbImg = (width > 0 && height > 0) ? cv::Mat::zeros(height, width, CV_8UC3) : cv::Mat();
+    LOGD("the first frame ");
+}
+
+// A frame of another size than the frame image would be decoded past its end.
+bool FrameAccepted(const uint8_t* frameData, int32_t inputWidth, int32_t inputHeight, int32_t width,
+                   int32_t height) {
+    if (frameData == nullptr || inputWidth < 1 || inputHeight < 1 || rgbImg.data == nullptr ||
+        width != rgbImg.cols || height != rgbImg.rows) {
+        LOGE("input image is null or size invalid.");
+        return false;
+    }
+    return true;
+}
+
+bool RequestAccepted(const void* handle, const ZoomInfoResult* zoomResult,
+                     const WarpPicInfo* warpPic) {
+    if (!IsHandle(handle) || zoomResult == nullptr || warpPic == nullptr) {
+        LOGE("input handle is null or size invalid.");
+        return false;
+    }
+    return true;
+}
+
+// NV21 into the frame image, and into the debug copy on a debug frame.
+void DecodeFrame(const uint8_t* frameData, int32_t width, int32_t height) {
+    const timeval start = TimeMark();
+    NV21toRGB_NEON(frameData, rgbImg.data, width, height);
+    LogSyncTime("Time of YUV2RGB is ", start);
+    if (isDebug) {
+        gOutFrame = rgbImg.clone();
+    }
+}
+
+// What the pipeline found in one frame.
+struct FrameFindings {
+    std::vector<cv::Rect> boxes;
+    WarpInfo warpInfo{true, false};
+    std::vector<QRInformation> qrInfos;
+};
+
+// Detection, zoom and straightening over the frame image; Process's result.
+int FindCodes(QRCodeManager& manager, ZoomInfoResult& zoomResult, FrameFindings& found) {
+    const timeval start = TimeMark();
+    const QRRatioInfo ratioInfo{0.1f, 0.35f, 0.16f};
+    const int ret = manager.RunQRCode(rgbImg, found.boxes, ratioInfo, zoomResult, found.warpInfo,
+                                      found.qrInfos);
+    LogSyncTime("RunQRCode cost Time", start);
+    return ret;
+}
+
+// Encodes the frame image with the straightened code into the host's buffer,
+// when there is one and the host gave a buffer.
+void HandBackWarp(const WarpInfo& warpInfo, WarpPicInfo& warpPic, int32_t width, int32_t height) {
+    if (warpInfo.hasWarp && warpPic.nv21Data != nullptr) {
+        const timeval start = TimeMark();
+        BGRtoNV21_NEON(warpPic.nv21Data, rgbImg, width, height);
+        LogSyncTime("BGRtoNV21 cost Time", start);
+        warpPic.sendWarpPic = true;
+        LOGD("send warp pic to camera");
+    } else {
+        warpPic.sendWarpPic = false;
+        LOGI("no send warp pic to camera");
+    }
+    LOGI("has Warp is %d", warpInfo.hasWarp);
+}
+
 }  // namespace
 
 int32_t UserCount() {
@@ -121,59 +195,21 @@ extern "C" int32_t Process(void* handle, const uint8_t* frameData, int32_t input
                            ZoomInfoResult* zoomResult, WarpPicInfo* warpPic) {
     LOGI("%s() enter", "Process");
     const timeval total = TimeMark();
-
-    if (!isFirstProcess) {
-        isFirstProcess = true;
-        // A first frame without a size leaves the image empty, and every
-        // frame fails until the next Init.
-        rgbImg = (width > 0 && height > 0) ? cv::Mat::zeros(height, width, CV_8UC3) : cv::Mat();
-        LOGD("the first frame ");
-    }
-    // The frame image is sized by the first frame; a frame of another size
-    // would be decoded past its end.
-    if (frameData == nullptr || inputWidth < 1 || inputHeight < 1 || rgbImg.data == nullptr ||
-        width != rgbImg.cols || height != rgbImg.rows) {
-        LOGE("input image is null or size invalid.");
+    SizeFrameImageOnFirstFrame(width, height);
+    if (!FrameAccepted(frameData, inputWidth, inputHeight, width, height) ||
+        !RequestAccepted(handle, zoomResult, warpPic)) {
         return -1;
     }
-    if (!IsHandle(handle) || zoomResult == nullptr || warpPic == nullptr) {
-        LOGE("input handle is null or size invalid.");
-        return -1;
-    }
-
-    timeval start = TimeMark();
-    NV21toRGB_NEON(frameData, rgbImg.data, width, height);
-    LogSyncTime("Time of YUV2RGB is ", start);
+    DecodeFrame(frameData, width, height);
+    FrameFindings found;
+    const int ret = FindCodes(*static_cast<QRCodeManager*>(handle), *zoomResult, found);
+    HandBackWarp(found.warpInfo, *warpPic, width, height);
     if (isDebug) {
-        gOutFrame = rgbImg.clone();
-    }
-
-    start = TimeMark();
-    std::vector<cv::Rect> boxes;
-    const QRRatioInfo ratioInfo{0.1f, 0.35f, 0.16f};
-    WarpInfo warpInfo{true, false};
-    std::vector<QRInformation> qrInfos;
-    const int ret = static_cast<QRCodeManager*>(handle)->RunQRCode(rgbImg, boxes, ratioInfo,
-                                                                   *zoomResult, warpInfo, qrInfos);
-    LogSyncTime("RunQRCode cost Time", start);
-
-    if (warpInfo.hasWarp && warpPic->nv21Data != nullptr) {
-        start = TimeMark();
-        BGRtoNV21_NEON(warpPic->nv21Data, rgbImg, width, height);
-        LogSyncTime("BGRtoNV21 cost Time", start);
-        warpPic->sendWarpPic = true;
-        LOGD("send warp pic to camera");
-    } else {
-        warpPic->sendWarpPic = false;
-        LOGI("no send warp pic to camera");
-    }
-    LOGI("has Warp is %d", warpInfo.hasWarp);
-
-    if (isDebug) {
-        if (boxes.empty()) {
+        // A debug frame without boxes ends here, without its total time.
+        if (found.boxes.empty()) {
             return ret;
         }
-        DrawDebugFrame(boxes, *zoomResult, qrInfos);
+        DrawDebugFrame(found.boxes, *zoomResult, found.qrInfos);
     }
     LogSyncTime("process total cost Time", total);
     LOGI("%s() leave", "Process");

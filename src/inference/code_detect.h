@@ -1,5 +1,6 @@
-// The code detector: one 640 x 640 x 3 float image in, the five dequantized
-// output maps (51150 floats) out (inference/detector_layout.h).
+// The code detector: one float image of the layout's input size in, the
+// dequantized output maps of its heads out, as one buffer of kOutputValues
+// floats (inference/detector_layout.h).
 #pragma once
 
 #include "inference/detector_layout.h"

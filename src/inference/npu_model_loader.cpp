@@ -110,6 +110,130 @@ int ReadFile(char const* path, void* buffer, int size) {
     return 0;
 }
 
+namespace {
+
+// The adapter's model manager and the wrapper it was looked up through.
+struct AdapterManager {
+    zt::LibWrapper* wrapper = nullptr;
+    NNModelManager* manager = nullptr;
+};
+
+// Creates the wrapper (the library itself is opened by the first function
+// lookup) and the model manager; false, logged, when either fails.
+bool CreateModelManager(AdapterManager& adapter) {
+    auto* wrapper = new (std::nothrow) zt::LibWrapper();
+    if (wrapper == nullptr) {
+        LOGE("%s() Load libZtNNAdapter failed", "LoadNpuModel");
+        return false;
+    }
+    LOGD("%s() libZtNNAdapter successful loaded: %p", "LoadNpuModel", static_cast<void*>(wrapper));
+
+    NNModelManagerConfig managerConfig = {};
+    managerConfig.fixed32 = 1;
+    managerConfig.fixed40 = 1;
+    auto createManager = ResolveAdapterFunction<NNModelManagerCreateWithConfigFn>(
+        wrapper, "NNModelManagerCreateWithConfig");
+    NNModelManager* manager = createManager != nullptr ? createManager(&managerConfig) : nullptr;
+    LOGD("%s() create ModelManager, mAiModelManager=%p", "LoadNpuModel",
+         static_cast<void*>(manager));
+    if (manager == nullptr) {
+        LOGE("mAiModelManager == nullptr\n");
+        KeepStrandedWrapper(wrapper);
+        return false;
+    }
+    adapter = {wrapper, manager};
+    return true;
+}
+
+// Hands the manager to the network; on failure destroys both again.
+bool InitNetwork(NpuNetwork& net, const AdapterManager& adapter, const char* modelName,
+                 ModelType type) {
+    if (net.Init(adapter.wrapper, modelName, type, adapter.manager)) {
+        return true;
+    }
+    LOGE("init detect_quantized model fail!");
+    auto destroy =
+        ResolveAdapterFunction<NNModelManagerDestroyFn>(adapter.wrapper, "NNModelManagerDestroy");
+    if (destroy != nullptr) {
+        destroy(adapter.manager);
+    }
+    delete adapter.wrapper;
+    // The network keeps its raised flag and the stale pointers.
+    return false;
+}
+
+// The tensor descriptors handed over with the model: one record each for
+// inputs and outputs, shared by every entry of its array, so the adapter only
+// ever sees the last tensor's values. Filled in place, as the arrays point
+// into it.
+struct TensorDescriptors {
+    NNTensorConfig* inputs[kMaxInputs] = {};
+    NNTensorConfig* outputs[kMaxOutputs] = {};
+    NNTensorConfig input = {};
+    NNTensorConfig output = {};
+    int outputCount = 0;
+};
+
+// Fills `d` from the network's shapes; returns the model file to load ("" for
+// a model type without one).
+const char* DescribeTensors(NpuNetwork& net, ModelType type, TensorDescriptors& d) {
+    const int inputNum = net.GetInputLayers();
+    LOGI("inputNum is %d", inputNum);
+    const int outputNum = net.GetOutputLayers();
+    LOGI("outputNum is %d", outputNum);
+    d.outputCount = outputNum;
+    std::vector<int> inputShapes(4 * static_cast<size_t>(inputNum));
+    std::vector<int> outputShapes(4 * static_cast<size_t>(outputNum));
+    net.GetInputOutputShape(inputShapes.data(), outputShapes.data(), inputNum, outputNum);
+    if (type != CODE_DETECT) {
+        return "";
+    }
+    for (int i = 0; i < inputNum; ++i) {
+        d.input = MakeTensorConfig(&inputShapes[4 * i], kInputTensorName, i);
+        d.inputs[i] = &d.input;
+    }
+    for (int i = 0; i < outputNum; ++i) {
+        d.output = MakeTensorConfig(&outputShapes[4 * i], kOutputTensorNames[i], i);
+        d.outputs[i] = &d.output;
+    }
+    const char* modelPath = kModelFilePath;
+    LOGI("modelPath is %s", modelPath);
+    return modelPath;
+}
+
+// Reads the model file and loads it into the manager; the adapter's status.
+// A missing or unreadable file gives an empty buffer, which the status
+// reports.
+int32_t LoadModelFile(const AdapterManager& adapter, const char* modelName,
+                      TensorDescriptors& tensors, const char* modelPath) {
+    const int32_t modelSize = static_cast<int32_t>(GetFileLength(modelPath));
+    auto* modelData = new char[modelSize > 0 ? modelSize : 0];
+    ReadFile(modelPath, modelData, modelSize);
+
+    NNModelDescriptor descriptor = {};
+    descriptor.name = modelName;
+    descriptor.data = modelData;
+    descriptor.size = modelSize;
+    descriptor.magic = kModelDescriptorMagic;
+    descriptor.fixed28 = 1;
+    descriptor.fixed32 = 2;
+    descriptor.fixed36 = 0;
+    descriptor.inputCount = 1;
+    descriptor.outputCount = tensors.outputCount;
+    descriptor.inputs = tensors.inputs;
+    descriptor.outputs = tensors.outputs;
+
+    const timeval start = TimeMark();
+    auto loadModel =
+        ResolveAdapterFunction<NNModelLoadFromBufferFn>(adapter.wrapper, "NNModelLoadFromBuffer");
+    const int32_t status = loadModel != nullptr ? loadModel(adapter.manager, &descriptor, 1) : -1;
+    LogSyncTime("NNModelLoadFromFiles cost time: ", start);
+    delete[] modelData;
+    return status;
+}
+
+}  // namespace
+
 int LoadNpuModel(NpuNetwork& net) {
     std::lock_guard<NetLock> lock(net.netLock);
     LOGI("load npu model in");
@@ -126,106 +250,22 @@ int LoadNpuModel(NpuNetwork& net) {
         LOGE("%s: failed to ADSP_LIBRARY_PATH\n", "LoadNpuModel");
         return -1;
     }
-
-    // The library itself is opened by the first function lookup.
-    auto* wrapper = new (std::nothrow) zt::LibWrapper();
-    if (wrapper == nullptr) {
-        LOGE("%s() Load libZtNNAdapter failed", "LoadNpuModel");
-        return -1;
-    }
-    LOGD("%s() libZtNNAdapter successful loaded: %p", "LoadNpuModel", static_cast<void*>(wrapper));
-
-    NNModelManagerConfig managerConfig = {};
-    managerConfig.fixed32 = 1;
-    managerConfig.fixed40 = 1;
-    auto createManager = ResolveAdapterFunction<NNModelManagerCreateWithConfigFn>(
-        wrapper, "NNModelManagerCreateWithConfig");
-    NNModelManager* manager = createManager != nullptr ? createManager(&managerConfig) : nullptr;
-    LOGD("%s() create ModelManager, mAiModelManager=%p", "LoadNpuModel",
-         static_cast<void*>(manager));
-    if (manager == nullptr) {
-        LOGE("mAiModelManager == nullptr\n");
-        KeepStrandedWrapper(wrapper);
-        return -1;
-    }
-
+    AdapterManager adapter;
     const char* modelName = type == CODE_DETECT ? kCodeDetectModelName : "";
-    if (!net.Init(wrapper, modelName, type, manager)) {
-        LOGE("init detect_quantized model fail!");
-        auto destroy =
-            ResolveAdapterFunction<NNModelManagerDestroyFn>(wrapper, "NNModelManagerDestroy");
-        if (destroy != nullptr) {
-            destroy(manager);
-        }
-        delete wrapper;
-        // The network keeps its raised flag and the stale pointers.
+    if (!CreateModelManager(adapter) || !InitNetwork(net, adapter, modelName, type)) {
         return -1;
     }
-
-    const int inputNum = net.GetInputLayers();
-    LOGI("inputNum is %d", inputNum);
-    const int outputNum = net.GetOutputLayers();
-    LOGI("outputNum is %d", outputNum);
-    std::vector<int> inputShapes(4 * static_cast<size_t>(inputNum));
-    std::vector<int> outputShapes(4 * static_cast<size_t>(outputNum));
-    net.GetInputOutputShape(inputShapes.data(), outputShapes.data(), inputNum, outputNum);
-
-    // One descriptor record each for inputs and outputs, shared by every
-    // entry of its array: the adapter only ever sees the last tensor's values.
-    NNTensorConfig* inputDescs[kMaxInputs] = {};
-    NNTensorConfig* outputDescs[kMaxOutputs] = {};
-    NNTensorConfig inputDesc = {};
-    NNTensorConfig outputDesc = {};
-    const char* modelPath = "";
-    if (type == CODE_DETECT) {
-        for (int i = 0; i < inputNum; ++i) {
-            inputDesc = MakeTensorConfig(&inputShapes[4 * i], kInputTensorName, i);
-            inputDescs[i] = &inputDesc;
-        }
-        for (int i = 0; i < outputNum; ++i) {
-            outputDesc = MakeTensorConfig(&outputShapes[4 * i], kOutputTensorNames[i], i);
-            outputDescs[i] = &outputDesc;
-        }
-        modelPath = kModelFilePath;
-        LOGI("modelPath is %s", modelPath);
-    }
-
-    // A missing or unreadable file gives an empty buffer; the adapter's load
-    // status reports it.
-    const int32_t modelSize = static_cast<int32_t>(GetFileLength(modelPath));
-    auto* modelData = new char[modelSize > 0 ? modelSize : 0];
-    ReadFile(modelPath, modelData, modelSize);
-
-    NNModelDescriptor descriptor = {};
-    descriptor.name = modelName;
-    descriptor.data = modelData;
-    descriptor.size = modelSize;
-    descriptor.magic = kModelDescriptorMagic;
-    descriptor.fixed28 = 1;
-    descriptor.fixed32 = 2;
-    descriptor.fixed36 = 0;
-    descriptor.inputCount = 1;
-    descriptor.outputCount = outputNum;
-    descriptor.inputs = inputDescs;
-    descriptor.outputs = outputDescs;
-
-    const timeval start = TimeMark();
-    auto loadModel =
-        ResolveAdapterFunction<NNModelLoadFromBufferFn>(wrapper, "NNModelLoadFromBuffer");
-    const int32_t status = loadModel != nullptr ? loadModel(manager, &descriptor, 1) : -1;
-    LogSyncTime("NNModelLoadFromFiles cost time: ", start);
-
-    int result = -1;
-    if (status == 0) {
-        LOGI("load from Files success, ret=%d", status);
-        net.loadCount.fetch_add(1);
-        net.SetLoadedFlag(true);
-        LOGD("Load Npu model success");
-        result = 0;
-    } else {
+    TensorDescriptors tensors;
+    const char* modelPath = DescribeTensors(net, type, tensors);
+    const int32_t status = LoadModelFile(adapter, modelName, tensors, modelPath);
+    if (status != 0) {
         // The manager and wrapper stay with the network for its unload.
         LOGE("load from Files, ret=%d", status);
+        return -1;
     }
-    delete[] modelData;
-    return result;
+    LOGI("load from Files success, ret=%d", status);
+    net.loadCount.fetch_add(1);
+    net.SetLoadedFlag(true);
+    LOGD("Load Npu model success");
+    return 0;
 }

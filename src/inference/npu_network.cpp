@@ -197,9 +197,7 @@ int NpuNetwork::RunModel() {
         if (input != nullptr && inputData != nullptr && n > 0) {
             // The input is on the 0..255 scale and the model's input scale is
             // 1/255, so the blocks write round-half-up of each pixel value.
-            const size_t blocks = static_cast<size_t>(n) / 16 * 16;
-            QuantizePixelBlocks(input, inputData, blocks);
-            QuantizePixelRemainder(input + blocks, inputData + blocks, n - blocks);
+            QuantizePixels(input, inputData, static_cast<size_t>(n));
         }
         LOGD("n is %d, c is %d, h is %d,w is %d", inputShape[0], inputShape[1], inputShape[2],
              inputShape[3]);
@@ -252,10 +250,8 @@ int NpuNetwork::EnqueueCommon(NetWorkBuffer const& in, int fetchOutputs, void** 
         LOGE("Received a nullptr");
     } else {
         // Inputs on the 0..1 scale.
-        const size_t n = static_cast<size_t>(std::max(ShapeElements(inputShape), 0));
-        const size_t blocks = n / 16 * 16;
-        QuantizeUnitBlocks(input, inputData, blocks);
-        QuantizeUnitRemainder(input + blocks, inputData + blocks, n - blocks);
+        QuantizeUnits(input, inputData,
+                      static_cast<size_t>(std::max(ShapeElements(inputShape), 0)));
     }
     if (snpe) {
         outputNum = fetchOutputs;

@@ -1,5 +1,5 @@
-// Scalar definitions of the quantization kernels, the entry points that pick
-// a variant, and the remainder paths.
+// Scalar references of the quantization kernels, their walkers and the entry
+// points that pick a variant.
 #include <cmath>
 #include <cstdint>
 
@@ -29,40 +29,54 @@ inline uint8_t RoundClamp(double scaled) {
 
 }  // namespace
 
-void QuantizePixelBlocks_C(const float* in, uint8_t* out, size_t n) {
-    for (size_t i = 0; i < n; ++i) {
+void QuantizePixels_C(float* in, uint8_t* out, size_t n) {
+    const size_t blocks = n / 16 * 16;
+    for (size_t i = 0; i < blocks; ++i) {
         out[i] = NarrowSaturate(TruncateSaturate(in[i] + 0.5f));
     }
-}
-
-void QuantizeUnitBlocks_C(const float* in, uint8_t* out, size_t n) {
-    for (size_t i = 0; i < n; ++i) {
-        out[i] = NarrowSaturate(TruncateSaturate(fmaf(in[i], kUnitScale, 0.5f)));
-    }
-}
-
-void QuantizePixelBlocks(const float* in, uint8_t* out, size_t n) {
-    static const scancode::QuantizeBlocksFn kernel =
-        scancode::PickVariant(kQuantizePixelBlocksVariants).fn;
-    kernel(in, out, n);
-}
-
-void QuantizeUnitBlocks(const float* in, uint8_t* out, size_t n) {
-    static const scancode::QuantizeBlocksFn kernel =
-        scancode::PickVariant(kQuantizeUnitBlocksVariants).fn;
-    kernel(in, out, n);
-}
-
-void QuantizePixelRemainder(float* in, uint8_t* out, size_t n) {
-    for (size_t i = 0; i < n; ++i) {
+    for (size_t i = blocks; i < n; ++i) {
         const float x = in[i] * kInputScale;
         in[i] = x;
         out[i] = RoundClamp(static_cast<double>(x) * kInputScaleInverse);
     }
 }
 
-void QuantizeUnitRemainder(const float* in, uint8_t* out, size_t n) {
-    for (size_t i = 0; i < n; ++i) {
+void QuantizeUnits_C(const float* in, uint8_t* out, size_t n) {
+    const size_t blocks = n / 16 * 16;
+    for (size_t i = 0; i < blocks; ++i) {
+        out[i] = NarrowSaturate(TruncateSaturate(fmaf(in[i], kUnitScale, 0.5f)));
+    }
+    for (size_t i = blocks; i < n; ++i) {
         out[i] = RoundClamp(static_cast<double>(in[i]) * kInputScaleInverse);
     }
+}
+
+namespace scancode {
+
+// Steps are whole blocks, so the reference's blocks start where the
+// variant's end and the remainder falls where it would alone.
+void RunQuantizePixels(const KernelVariant<QuantizePixelsFn>& kernel, float* in, uint8_t* out,
+                       size_t n) {
+    const size_t whole = WholeSteps(n, kernel.step);
+    if (whole > 0) kernel.fn(in, out, whole);
+    if (whole < n) QuantizePixels_C(in + whole, out + whole, n - whole);
+}
+
+void RunQuantizeUnits(const KernelVariant<QuantizeUnitsFn>& kernel, const float* in, uint8_t* out,
+                      size_t n) {
+    const size_t whole = WholeSteps(n, kernel.step);
+    if (whole > 0) kernel.fn(in, out, whole);
+    if (whole < n) QuantizeUnits_C(in + whole, out + whole, n - whole);
+}
+
+}  // namespace scancode
+
+void QuantizePixels(float* in, uint8_t* out, size_t n) {
+    static const auto& kernel = scancode::PickVariant(kQuantizePixelsVariants);
+    scancode::RunQuantizePixels(kernel, in, out, n);
+}
+
+void QuantizeUnits(const float* in, uint8_t* out, size_t n) {
+    static const auto& kernel = scancode::PickVariant(kQuantizeUnitsVariants);
+    scancode::RunQuantizeUnits(kernel, in, out, n);
 }

@@ -14,9 +14,9 @@ inline uint8x16_t Narrow16(int32x4_t a, int32x4_t b, int32x4_t c, int32x4_t d) {
 }
 }  // namespace
 
-void QuantizePixelBlocks_NEON(const float* in, uint8_t* out, size_t n) {
+void QuantizePixels_NEON(float* in, uint8_t* out, size_t n) {
     const float32x4_t half = vdupq_n_f32(0.5f);
-    for (size_t i = 0; i < n; i += 16) {
+    for (size_t i = 0; i + 16 <= n; i += 16) {
         const int32x4_t a = vcvtq_s32_f32(vaddq_f32(vld1q_f32(in + i), half));
         const int32x4_t b = vcvtq_s32_f32(vaddq_f32(vld1q_f32(in + i + 4), half));
         const int32x4_t c = vcvtq_s32_f32(vaddq_f32(vld1q_f32(in + i + 8), half));
@@ -25,10 +25,10 @@ void QuantizePixelBlocks_NEON(const float* in, uint8_t* out, size_t n) {
     }
 }
 
-void QuantizeUnitBlocks_NEON(const float* in, uint8_t* out, size_t n) {
+void QuantizeUnits_NEON(const float* in, uint8_t* out, size_t n) {
     const float32x4_t half = vdupq_n_f32(0.5f);
     const float32x4_t scale = vdupq_n_f32(kUnitScale);
-    for (size_t i = 0; i < n; i += 16) {
+    for (size_t i = 0; i + 16 <= n; i += 16) {
         const int32x4_t a = vcvtq_s32_f32(vfmaq_f32(half, vld1q_f32(in + i), scale));
         const int32x4_t b = vcvtq_s32_f32(vfmaq_f32(half, vld1q_f32(in + i + 4), scale));
         const int32x4_t c = vcvtq_s32_f32(vfmaq_f32(half, vld1q_f32(in + i + 8), scale));

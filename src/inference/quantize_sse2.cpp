@@ -7,9 +7,9 @@
 
 #include "inference/quantize_x86.h"
 
-void QuantizePixelBlocks_SSE2(const float* in, uint8_t* out, size_t n) {
+void QuantizePixels_SSE2(float* in, uint8_t* out, size_t n) {
     const __m128 half = _mm_set1_ps(0.5f);
-    for (size_t i = 0; i < n; i += 16) {
+    for (size_t i = 0; i + 16 <= n; i += 16) {
         const __m128 a = _mm_add_ps(_mm_loadu_ps(in + i), half);
         const __m128 b = _mm_add_ps(_mm_loadu_ps(in + i + 4), half);
         const __m128 c = _mm_add_ps(_mm_loadu_ps(in + i + 8), half);

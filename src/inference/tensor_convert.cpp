@@ -23,12 +23,24 @@ void Uint8ToFP32_C(int n, unsigned char const* in, float* out, int zeroPoint, fl
     }
 }
 
-void Uint8ToFP32(int n, unsigned char const* in, float* out, int zeroPoint, float scale) {
+namespace scancode {
+
+void RunUint8ToFP32(const KernelVariant<Uint8ToFP32Fn>& kernel, int n, unsigned char const* in,
+                    float* out, int zeroPoint, float scale) {
     if (n <= 0) {
         return;
     }
-    static const scancode::Uint8ToFP32Fn kernel = scancode::PickVariant(kUint8ToFP32Variants).fn;
-    kernel(n, in, out, zeroPoint, scale);
+    const bool floatExact = zeroPoint > -kFloatExactZeroPoint && zeroPoint < kFloatExactZeroPoint;
+    const int whole = floatExact ? WholeSteps(n, kernel.step) : 0;
+    if (whole > 0) kernel.fn(whole, in, out, zeroPoint, scale);
+    if (whole < n) Uint8ToFP32_C(n - whole, in + whole, out + whole, zeroPoint, scale);
+}
+
+}  // namespace scancode
+
+void Uint8ToFP32(int n, unsigned char const* in, float* out, int zeroPoint, float scale) {
+    static const auto& kernel = scancode::PickVariant(kUint8ToFP32Variants);
+    scancode::RunUint8ToFP32(kernel, n, in, out, zeroPoint, scale);
 }
 
 void Uint8ToFP32(int h, int w, int c, unsigned char const* in, float* out, int zeroPoint,

@@ -30,36 +30,30 @@ using Uint8ToFP32Fn = void (*)(int n, unsigned char const* in, float* out, int z
 // While |zeroPoint| stays below this, q + zeroPoint is exact as a float and
 // its product with a float scale is exact in double, so a float product
 // rounds exactly like the double one: the same bits at float speed. The
-// vector variants take that path and hand other zero points to the reference.
+// variants compute in float and take whole steps of such zero points only;
+// RunUint8ToFP32 hands everything else to the reference.
 constexpr int kFloatExactZeroPoint = (1 << 24) - 256;
-
-// Internal linkage: the files built with wider instruction sets compile their
-// own copies (platform/cpu_features.h).
-namespace {
-inline bool FloatExact(int zeroPoint) {
-    return zeroPoint > -kFloatExactZeroPoint && zeroPoint < kFloatExactZeroPoint;
-}
-// The float path as a plain loop, for the compiler to vectorise.
-inline void Uint8ToFP32FloatLoop(int n, unsigned char const* in, float* out, int zeroPoint,
-                                 float scale) {
-    for (int i = 0; i < n; ++i) {
-        out[i] = static_cast<float>(static_cast<int>(in[i]) + zeroPoint) * scale;
-    }
-}
-}  // namespace
 }  // namespace scancode
 
-// Every variant of this architecture, reference first, fastest last.
+// Every variant of this architecture, reference first, fastest last, with
+// its step in elements.
 inline constexpr scancode::KernelVariant<scancode::Uint8ToFP32Fn> kUint8ToFP32Variants[] = {
-    {"C", 0, Uint8ToFP32_C},
+    {"C", 0, 1, Uint8ToFP32_C},
 #if defined(__x86_64__)
-    {"SSE2", scancode::kCpuSse2, Uint8ToFP32_SSE2},
-    {"AVX2", scancode::kCpuAvx2, Uint8ToFP32_AVX2},
+    {"SSE2", scancode::kCpuSse2, 16, Uint8ToFP32_SSE2},
+    {"AVX2", scancode::kCpuAvx2, 8, Uint8ToFP32_AVX2},
 #endif
 #if defined(__ARM_NEON)
-    {"NEON", scancode::kCpuNeon, Uint8ToFP32_NEON},
+    {"NEON", scancode::kCpuNeon, 16, Uint8ToFP32_NEON},
 #endif
 };
+
+namespace scancode {
+// `kernel` over the whole steps of `n` when the zero point allows it, the
+// reference over the rest.
+void RunUint8ToFP32(const KernelVariant<Uint8ToFP32Fn>& kernel, int n, unsigned char const* in,
+                    float* out, int zeroPoint, float scale);
+}  // namespace scancode
 
 // The same arithmetic, reordering interleaved h x w pixels of c channels into
 // planar order: out[k*h*w + p] = f(in[p*c + k]).

@@ -7,13 +7,8 @@
 #include <arm_neon.h>
 
 void Uint8ToFP32_NEON(int n, unsigned char const* in, float* out, int zeroPoint, float scale) {
-    if (!scancode::FloatExact(zeroPoint)) {
-        Uint8ToFP32_C(n, in, out, zeroPoint, scale);
-        return;
-    }
     const int32x4_t zp = vdupq_n_s32(zeroPoint);
-    int i = 0;
-    for (; i + 16 <= n; i += 16) {
+    for (int i = 0; i + 16 <= n; i += 16) {
         const uint8x16_t bytes = vld1q_u8(in + i);
         const uint16x8_t lo = vmovl_u8(vget_low_u8(bytes)), hi = vmovl_u8(vget_high_u8(bytes));
         const uint32x4_t q[4] = {vmovl_u16(vget_low_u16(lo)), vmovl_u16(vget_high_u16(lo)),
@@ -23,7 +18,6 @@ void Uint8ToFP32_NEON(int n, unsigned char const* in, float* out, int zeroPoint,
             vst1q_f32(out + i + 4 * k, vmulq_n_f32(v, scale));
         }
     }
-    scancode::Uint8ToFP32FloatLoop(n - i, in + i, out + i, zeroPoint, scale);
 }
 
 #endif  // __ARM_NEON

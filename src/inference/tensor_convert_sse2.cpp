@@ -7,15 +7,10 @@
 #include <emmintrin.h>
 
 void Uint8ToFP32_SSE2(int n, unsigned char const* in, float* out, int zeroPoint, float scale) {
-    if (!scancode::FloatExact(zeroPoint)) {
-        Uint8ToFP32_C(n, in, out, zeroPoint, scale);
-        return;
-    }
     const __m128i zero = _mm_setzero_si128();
     const __m128i zp = _mm_set1_epi32(zeroPoint);
     const __m128 s = _mm_set1_ps(scale);
-    int i = 0;
-    for (; i + 16 <= n; i += 16) {
+    for (int i = 0; i + 16 <= n; i += 16) {
         const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
         const __m128i lo = _mm_unpacklo_epi8(bytes, zero), hi = _mm_unpackhi_epi8(bytes, zero);
         const __m128i q[4] = {_mm_unpacklo_epi16(lo, zero), _mm_unpackhi_epi16(lo, zero),
@@ -25,7 +20,6 @@ void Uint8ToFP32_SSE2(int n, unsigned char const* in, float* out, int zeroPoint,
             _mm_storeu_ps(out + i + 4 * k, _mm_mul_ps(v, s));
         }
     }
-    scancode::Uint8ToFP32FloatLoop(n - i, in + i, out + i, zeroPoint, scale);
 }
 
 #endif  // __x86_64__

@@ -8,8 +8,14 @@
 // compiled with those extensions (cmake/simd.cmake); everything else is built
 // for the architecture's baseline, so the library and its programs start on
 // any x86-64. A kernel's variants are listed in a table, reference first and
-// fastest last, and its entry point keeps the last one the CPU can run in a
-// function-local static: chosen on first use, once per process.
+// fastest last, and its entry point keeps the last one the CPU can run (less
+// what the host masks, see CpuFeatures) in a function-local static: chosen on
+// first use, once per process.
+//
+// One tail rule holds for all of them: a variant processes whole steps only
+// (its table entry says how many units a step is), and the kernel's walker
+// runs it over the whole steps and the reference over what is left, so no
+// variant carries a tail loop or calls another variant.
 //
 // A file compiled with extra extensions must not odr-use an inline function
 // with external linkage that baseline files use too: the linker keeps one
@@ -48,9 +54,21 @@ inline unsigned DetectCpuFeatures() {
 #endif
 }
 
-// The running CPU's extensions, detected on first use.
+// `detected` less the extensions a comma-separated list names (sse2, sse41,
+// avx2, fma, neon; other names are ignored). On x86-64 a named extension takes
+// the ones above it along (sse2 < sse41 < avx2 < fma), so that naming one
+// leaves exactly the level below it, as on a CPU that stops there.
+unsigned MaskCpuFeatures(unsigned detected, const char* disabled);
+
+// The host's SCANCODE_CPU_DISABLE, or null (always on Android, which compiles
+// no lookup): lets one machine run a program at any level below its best.
+const char* HostDisabledCpuFeatures();
+
+// The running CPU's extensions less those the host disabled, read on first
+// use and kept for the process.
 inline unsigned CpuFeatures() {
-    static const unsigned features = DetectCpuFeatures();
+    static const unsigned features =
+        MaskCpuFeatures(DetectCpuFeatures(), HostDisabledCpuFeatures());
     return features;
 }
 
@@ -62,8 +80,16 @@ template <typename Fn>
 struct KernelVariant {
     const char* name;
     unsigned needs;  // CpuFeature bits
+    int step;        // fn takes whole steps only: counts that are multiples of this
     Fn fn;
 };
+
+// The part of `count` a variant of `step` runs; each kernel's walker hands
+// the rest to the reference.
+template <typename Count>
+constexpr Count WholeSteps(Count count, int step) {
+    return count - count % static_cast<Count>(step);
+}
 
 // The last variant of `variants` whose extensions `available` has; the
 // first, the reference, when none has them.

@@ -45,8 +45,8 @@ struct Scene {
     std::vector<int> order;
 };
 
-// Candidates in a 640 x 640 input, sizes around exp(logSize), some piled on
-// hot spots, a few degenerate ones.
+// Candidates in the detector's input square, sizes around exp(logSize), some
+// piled on hot spots, a few degenerate ones.
 Scene RandomScene(std::mt19937& rng, int n, float logSize, bool oddBoxes) {
     Scene s;
     std::uniform_real_distribution<float> pos(-20.0f, 660.0f);

@@ -72,7 +72,7 @@ TEST_F(FramePath, InvalidArgumentsAreRejected) {
 
 struct Letterbox {
     int cols, rows;
-    int imageCols, imageRows;  // the frame's extent inside the 640 x 640 input
+    int imageCols, imageRows;  // the frame's extent inside the input square
 };
 
 class LetterboxTest : public FramePath, public ::testing::WithParamInterface<Letterbox> {};

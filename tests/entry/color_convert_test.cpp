@@ -118,8 +118,8 @@ class VariantTest : public ::testing::TestWithParam<KernelVariant<Fn>> {
 using DecoderTest = VariantTest<NV21ToRGBRowFn>;
 using EncoderTest = VariantTest<BGRToNV21RowFn>;
 using ScalarEncoderTest = VariantTest<scancode::RGBToNV21FrameFn>;
-const NV21ToRGBRowFn kDecodeRef = kNV21ToRGBRowVariants[0].fn;
-const BGRToNV21RowFn kEncodeRef = kBGRToNV21RowVariants[0].fn;
+const KernelVariant<NV21ToRGBRowFn>& kDecodeRef = kNV21ToRGBRowVariants[0];
+const KernelVariant<BGRToNV21RowFn>& kEncodeRef = kBGRToNV21RowVariants[0];
 const scancode::RGBToNV21FrameFn kRGBToNV21FrameRef = scancode::kRGBToNV21FrameVariants[0].fn;
 
 TEST_P(DecoderTest, MatchesReferenceForEveryPixelValue) {
@@ -139,7 +139,7 @@ TEST_P(DecoderTest, MatchesReferenceForEveryPixelValue) {
                 nv21[r * kW + x] = static_cast<uint8_t>(4 * f + (r % 2) * 2 + x % 2);
         }
         scancode::NV21ToRGBFrame(kDecodeRef, nv21.data(), want.data(), kW, kH);
-        scancode::NV21ToRGBFrame(GetParam().fn, nv21.data(), got.data(), kW, kH);
+        scancode::NV21ToRGBFrame(GetParam(), nv21.data(), got.data(), kW, kH);
         ASSERT_EQ(got, want) << "frame " << f;
     }
 }
@@ -160,15 +160,17 @@ TEST_P(EncoderTest, MatchesReferenceForEveryPixelValue) {
             }
         }
         scancode::BGRToNV21Frame(kEncodeRef, want.data(), bgr.data(), kW, kH);
-        scancode::BGRToNV21Frame(GetParam().fn, got.data(), bgr.data(), kW, kH);
+        scancode::BGRToNV21Frame(GetParam(), got.data(), bgr.data(), kW, kH);
         ASSERT_EQ(got, want) << "frame " << f;
     }
 }
 
 // Random frames, including widths that are not a multiple of the group size
-// (rows run on), odd heights and group counts that leave every tail of the
-// wider kernels; output buffers carry guard bytes so writes past the
-// described extent show up.
+// (rows run on), odd heights and group counts that leave every remainder of
+// the widest step (1 to 7 groups, then past whole steps) to the reference;
+// rows of an odd group count start the next row's vector steps off their
+// alignment. Output buffers carry guard bytes so writes past the described
+// extent show up.
 constexpr size_t kGuard = 64;
 const std::pair<int, int> kRandomSizes[] = {
     {8, 1},   {16, 2}, {24, 7}, {32, 3},   {40, 2},    {56, 3},      {37, 5},
@@ -183,7 +185,7 @@ TEST_P(DecoderTest, RandomFramesMatchReference) {
         std::vector<uint8_t> want(static_cast<size_t>(w) * h * 3 + kGuard, kUntouched), got = want;
         const uint8_t* endRef =
             scancode::NV21ToRGBFrame(kDecodeRef, nv21.data(), want.data(), w, h);
-        const uint8_t* end = scancode::NV21ToRGBFrame(GetParam().fn, nv21.data(), got.data(), w, h);
+        const uint8_t* end = scancode::NV21ToRGBFrame(GetParam(), nv21.data(), got.data(), w, h);
         EXPECT_EQ(end, endRef);
         EXPECT_EQ(got, want);
         const size_t decoded = static_cast<size_t>(h) * (w / 8) * 24;
@@ -199,7 +201,7 @@ TEST_P(EncoderTest, RandomFramesMatchReference) {
         const std::vector<uint8_t> bgr = RandomBytes(static_cast<size_t>(w) * h * 3, seed++);
         std::vector<uint8_t> want(Nv21Size(w, h) + kGuard, kUntouched), got = want;
         scancode::BGRToNV21Frame(kEncodeRef, want.data(), bgr.data(), w, h);
-        scancode::BGRToNV21Frame(GetParam().fn, got.data(), bgr.data(), w, h);
+        scancode::BGRToNV21Frame(GetParam(), got.data(), bgr.data(), w, h);
         EXPECT_EQ(got, want);
         const size_t luma = static_cast<size_t>(h) * (w / 16) * 16;
         const size_t chroma = static_cast<size_t>((h + 1) / 2) * (w / 16) * 16;

@@ -63,7 +63,7 @@ TEST_F(NpuNetworkTest, RunQuantizesAndExposesTheAdaptersOutputMemory) {
     for (int i = 0; i < kDetectorInputFloats; ++i)
         in[i] = static_cast<float>((i * 37) % 2600) / 10.0f - 2.0f;
     std::vector<uint8_t> expected(kDetectorInputFloats);
-    QuantizePixelBlocks_C(in, expected.data(), kDetectorInputFloats);
+    QuantizePixels_C(in, expected.data(), kDetectorInputFloats);
     const std::vector<uint8_t> head(150, 0x7f);
     ScriptedAdapterSetOutput(4, head.data(), head.size());
 

@@ -24,7 +24,7 @@ uint32_t FloatBits(float f) {
 // Every dequantization variant against (q + zp) * scale worked out in double
 // and rounded once, bit for bit: all byte values, the detector's own
 // quantization, zero points on both sides of the float-exact bound, and
-// lengths that leave every tail of the vector loops.
+// lengths and starts that leave every remainder of the steps to the reference.
 class DequantizeVariantTest
     : public ::testing::TestWithParam<scancode::KernelVariant<scancode::Uint8ToFP32Fn>> {
   protected:
@@ -58,14 +58,18 @@ TEST_P(DequantizeVariantTest, MatchesReferenceBitForBit) {
     for (int zp : zeroPoints) {
         for (float scale : scales) {
             for (int n : lengths) {
-                std::fill(got.begin(), got.end(), kGuard);
-                std::fill(want.begin(), want.end(), kGuard);
-                GetParam().fn(n, in.data(), got.data(), zp, scale);
-                for (int i = 0; i < n; ++i)
-                    want[i] = static_cast<float>((in[i] + zp) * static_cast<double>(scale));
-                for (int i = 0; i < n + 16; ++i) {
-                    ASSERT_EQ(FloatBits(got[i]), FloatBits(want[i]))
-                        << "at " << i << " of " << n << ", zp " << zp << " scale " << scale;
+                for (int at : {0, 1}) {
+                    std::fill(got.begin(), got.end(), kGuard);
+                    std::fill(want.begin(), want.end(), kGuard);
+                    scancode::RunUint8ToFP32(GetParam(), n, in.data() + at, got.data(), zp, scale);
+                    for (int i = 0; i < n; ++i)
+                        want[i] =
+                            static_cast<float>((in[at + i] + zp) * static_cast<double>(scale));
+                    for (int i = 0; i < n + 16; ++i) {
+                        ASSERT_EQ(FloatBits(got[i]), FloatBits(want[i]))
+                            << "at " << i << " of " << n << " from " << at << ", zp " << zp
+                            << " scale " << scale;
+                    }
                 }
             }
         }

@@ -53,9 +53,9 @@ class OutputMaps {
         for (int i = 0; i < kHeadCount; ++i) maps_[i].assign(kHeads[i].Values(), 0);
     }
 
-    // Makes the cell of `head` under the centre of `box` (640 x 640 input
-    // pixels) fire for a box as close to it as the quantization allows, and
-    // returns the box the library will decode from it.
+    // Makes the cell of `head` under the centre of `box` (input pixels) fire
+    // for a box as close to it as the quantization allows, and returns the box
+    // the library will decode from it.
     cv::Rect2f Place(int head, const cv::Rect2f& box) {
         const Head& h = kHeads[head];
         const int col =
@@ -94,7 +94,7 @@ class OutputMaps {
     std::vector<uint8_t> maps_[kHeadCount];
 };
 
-// A frame box in the 640 x 640 letterboxed input.
+// A frame box in the letterboxed input (kInputSide square).
 inline cv::Rect2f ToInput(const cv::Rect& frameBox, int cols, int rows) {
     const float side = static_cast<float>(kInputSide);
     const float s = std::min(side / static_cast<float>(cols), side / static_cast<float>(rows));
