@@ -12,10 +12,7 @@ Detections Detectors::Run(const cv::Mat& bgr, bool peers) {
     Frame frame;
     ToNV21Frame(bgr, frame);
     Detections d;
-    if (!mLibrary.Run(frame.nv21, frame.width, frame.height, d.library)) {
-        fprintf(stderr, "Init failed: adapter or model missing\n");
-        exit(1);
-    }
+    mLibrary.Run(frame.nv21, frame.width, frame.height, d.library);
     d.boxes[kLibrary] = d.library.kept;
     if (mBoxList.is_open()) {
         for (const cv::Rect2f& b : d.library.survivors)

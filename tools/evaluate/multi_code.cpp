@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr int kEdgeBand = 80;
-constexpr int kFitMargin = 8;
 const double kSizes[] = {28, 44, 64, 96, 150};  // input pixels
 const double kGaps[] = {0.1, 0.25, 0.5, 1.0};   // code widths
 constexpr double kGoalSize = 40, kGoalGap = 0.25;

@@ -16,9 +16,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kEdgeBand = 80;
-constexpr int kFitMargin = 8;
-
 struct Photo {
     std::string name;  // folder/file
     cv::Mat bgr;

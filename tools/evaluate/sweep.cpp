@@ -14,8 +14,6 @@ namespace {
 const cv::Size kFrames[] = {{1280, 720}, {1920, 1080}, {1280, 960}, {720, 1280}};
 const int kTilts[] = {0, 30, 45, 60};
 const Surface kSurfaces[] = {Surface::kPlain, Surface::kPaperOnDesk, Surface::kNatural};
-constexpr int kEdgeBand = 80;     // the library drops boxes this close to the frame edge
-constexpr int kFitMargin = 8;     // room left inside the band for a box a little too large
 constexpr double kSmallest = 16;  // input pixels
 constexpr double kCell = 64;      // input pixels: the coarsest stride in use
 
@@ -168,8 +166,9 @@ nlohmann::ordered_json RunSweep(const Options& o, Detectors& det, const Backgrou
         frames, "1280x720, 1920x1080, 1280x960, 720x1280", steps, offsets,
         o.quick ? "one surface per case" : "three surfaces each");
     printf(
-        "  found: IoU >= 0.5 with the truth box; library boxes must clear its 80 px edge band, "
-        "the peers have none\n");
+        "  found: IoU >= 0.5 with the truth box; library boxes must clear its %d px edge band, "
+        "the peers have none\n",
+        kEdgeBand);
     PrintRatesHeader("input size (px)",
                      "lib. median IoU, size err | misses: edge band, poor box, none");
     for (size_t b = 0; b < kSizeBands.size(); ++b) {
