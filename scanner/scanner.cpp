@@ -41,7 +41,7 @@ class LineCollector {
 
     std::vector<detection_rules::LoggedBox> boxes;
     int count = -1;
-    std::string lastError;
+    std::string firstError;  // the most specific: later ones report its consequences
 
   private:
     static void Sink(int priority, const char* tag, const char* text, void* user) {
@@ -50,7 +50,7 @@ class LineCollector {
         if (detection_rules::ParseBoxLine(text, box)) {
             self->boxes.push_back(box);
         } else if (!detection_rules::ParseCountLine(text, self->count)) {
-            if (priority >= 6) self->lastError = text;  // error and fatal
+            if (priority >= 6 && self->firstError.empty()) self->firstError = text;  // E, F
             if (self->options_.log) self->options_.log(priority, tag, text);
         }
     }
@@ -88,6 +88,15 @@ void CheckFile(const char* what, const std::string& path) {
     if (!std::filesystem::is_regular_file(path, ec)) {
         throw Error(std::string(what) + " " + path + ": no such file");
     }
+}
+
+// The path the library was given for a file: the Scanner's option, else
+// the environment's, else its built-in one.
+std::string Named(const std::string& option, const char* variable) {
+    if (!option.empty()) return option;
+    const char* value = getenv(variable);
+    if (value != nullptr && *value != '\0') return std::string(value) + " from " + variable;
+    return "built in";
 }
 
 std::vector<Box> ListedBoxes(const std::vector<detection_rules::LoggedBox>& logged, int width,
@@ -129,12 +138,10 @@ void Scanner::Open() {
     if (Init(&handle_) != 0 || handle_ == nullptr) {
         DeInit(handle_);  // Init counts a user even when loading fails
         handle_ = nullptr;
-        const auto named = [](const std::string& path) {
-            return path.empty() ? std::string("the configured one") : path;
-        };
-        throw Error("the library could not start (adapter: " + named(options_.adapterPath) +
-                    ", model: " + named(options_.modelPath) + ")" +
-                    (lines.lastError.empty() ? "" : ": " + lines.lastError));
+        throw Error("the library could not start (adapter: " +
+                    Named(options_.adapterPath, "SCANCODE_ADAPTER_PATH") +
+                    ", model: " + Named(options_.modelPath, "SCANCODE_MODEL_PATH") + ")" +
+                    (lines.firstError.empty() ? "" : ": " + lines.firstError));
     }
     ++Library().users;
     ++sessions_;

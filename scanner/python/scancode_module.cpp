@@ -119,8 +119,12 @@ class PyScanner {
     py::dict ScanNv21(const py::buffer& data, int width, int height) {
         const py::buffer_info info = data.request();
         if (info.itemsize != 1) throw scancode::Error("NV21 data must be bytes");
-        if (info.ndim > 1 && info.strides.back() != 1) {
-            throw scancode::Error("NV21 data must be contiguous");
+        py::ssize_t stride = 1;
+        for (py::ssize_t i = info.ndim - 1; i >= 0; --i) {
+            if (info.shape[i] > 1 && info.strides[i] != stride) {
+                throw scancode::Error("NV21 data must be contiguous");
+            }
+            stride *= info.shape[i];
         }
         const size_t bytes = static_cast<size_t>(info.size);
         scancode::Result r;
@@ -164,7 +168,9 @@ py::dict ScanFile(const std::string& path, bool decode) {
 
 PYBIND11_MODULE(scancode, m) {
     m.doc() = kModuleDoc;
-    py::register_exception<scancode::Error>(m, "Error", PyExc_RuntimeError);
+    py::register_exception<scancode::Error>(m, "Error", PyExc_RuntimeError).attr("__doc__") =
+        "What the module raises for a bad frame or file, or a library that cannot start;\n"
+        "the message names the input and the reason.";
     m.attr("WIDTH_STEP") = scancode::kWidthStep;
 
     py::class_<PyScanner>(m, "Scanner",

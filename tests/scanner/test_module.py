@@ -67,6 +67,7 @@ class Scanner(unittest.TestCase):
             (lambda: scanner.scan(np.zeros((64, 64, 3), np.uint8)[:, ::2]), "contig"),
             (lambda: scanner.scan(np.zeros((4, 4), np.uint8)), "too small"),
             (lambda: scanner.scan_nv21(b"\0" * 10, 64, 32), "3072 bytes"),
+            (lambda: scanner.scan_nv21(np.zeros(6144, np.uint8)[::2], 64, 32), "contig"),
             (lambda: scancode.Scanner(model="/no/model.bin"), "no such file"),
         ]
         for call, why in cases:
