@@ -121,6 +121,11 @@ std::vector<CodeRecord> Score(const Detections& d, const std::vector<cv::Rect2f>
 void CheckDecode(const Detections& d, const cv::Rect2f& truth, const std::string& bytes,
                  const std::string& text, DecodeTally& tally);
 
+// A picture the evaluation was pointed at, as BGR; empty, with a warning
+// naming it, when it cannot be decoded (the decoder refuses, say, a picture
+// whose header claims too many pixels).
+cv::Mat ReadPicture(const std::string& path);
+
 // The evaluation's pictures: desks and natural pictures to render on.
 struct Backgrounds {
     std::vector<std::string> deskNames, naturalNames;
