@@ -156,19 +156,22 @@ void Scanner::Close() {
     if (--Library().users == 0) Library().fixedSize = cv::Size();
 }
 
-// A frame of another size than the library's session has fixed: a new
-// session when this Scanner is its only user.
-void Scanner::Restart(int width, int height) {
+// A session that takes frames of width x height: this Scanner's own, or a
+// new one when the library's session has another size and this Scanner is
+// its only user (the library forgets the size when its last user leaves).
+void Scanner::Prepare(int width, int height) {
     LibraryState& library = Library();
-    if (handle_ != nullptr && library.users > 1) {
-        throw Error("frame of " + std::to_string(width) + "x" + std::to_string(height) +
-                    ": another Scanner holds the library's session at " +
-                    std::to_string(library.fixedSize.width) + "x" +
-                    std::to_string(library.fixedSize.height) +
-                    " (one frame size per process while sessions are open)");
+    if (!library.fixedSize.empty() && library.fixedSize != cv::Size(width, height)) {
+        if (library.users > (handle_ != nullptr ? 1 : 0)) {
+            throw Error("frame of " + std::to_string(width) + "x" + std::to_string(height) +
+                        ": another Scanner holds the library's session at " +
+                        std::to_string(library.fixedSize.width) + "x" +
+                        std::to_string(library.fixedSize.height) +
+                        " (one frame size per process while sessions are open)");
+        }
+        Close();
     }
-    Close();
-    Open();
+    if (handle_ == nullptr) Open();
 }
 
 Result Scanner::Scan(const uint8_t* nv21, size_t bytes, int width, int height) {
@@ -181,9 +184,7 @@ Result Scanner::Scan(const uint8_t* nv21, size_t bytes, int width, int height) {
     LibraryState& library = Library();
     std::lock_guard<std::mutex> hold(library.lock);
     const cv::Size size(width, height);
-    if (handle_ == nullptr || (!library.fixedSize.empty() && library.fixedSize != size)) {
-        Restart(width, height);
-    }
+    Prepare(width, height);
     Result r;
     r.width = width;
     r.height = height;

@@ -104,7 +104,7 @@ class SCANCODE_SCANNER_API Scanner {
   private:
     void Open();
     void Close();
-    void Restart(int width, int height);
+    void Prepare(int width, int height);
     ScannerOptions options_;
     void* handle_ = nullptr;
     cv::Size size_;  // 0 x 0 until the session's first frame
