@@ -21,7 +21,10 @@
 //   the paths given to a later Scanner while one is open are not used.
 // - Boxes come from the library's info lines, read while Process runs through
 //   the host log stand-in (host_shim.h); a host's own log sink is replaced
-//   during Init, Process and DeInit and restored to stderr after them.
+//   during Init, Process and DeInit, after which lines print to stderr again.
+//   The lines carry a thousandth of a pixel: a box within that of the edge
+//   band's border could be judged otherwise than the library judged it, which
+//   Result::libraryCount (the library's own count of kept boxes) would show.
 #pragma once
 
 #include <cstdint>
