@@ -12,6 +12,7 @@
 #include <chrono>
 #include <random>
 
+#include "detect/detection_rules.h"
 #include "detect/postprocess_calculator.h"
 #include "host_shim.h"
 #include "literal_postprocess.h"
@@ -66,8 +67,9 @@ OutputBuffer AllCellsPass(int levels, float logSize) {
         const int g = detector_layout::kHeads[h].Grid();
         for (int r = 0; r < g; ++r) {
             for (int c = 0; c < g; ++c) {
-                b.SetCell(h, r, c, logSize, logSize, logSize, logSize,
-                          -0.8473f + 0.5f * static_cast<float>(rng() % levels));
+                b.SetCell(
+                    h, r, c, logSize, logSize, logSize, logSize,
+                    detection_rules::kMinScoreLogitF + 0.5f * static_cast<float>(rng() % levels));
             }
         }
     }

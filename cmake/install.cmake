@@ -1,10 +1,12 @@
 # What `cmake --install` lays out under the prefix: the public header and the
 # library; on a host also what the library needs at run time (the stand-in
 # for liblog and system properties beside it, the reference adapter and our
-# model), a CMake package (find_package(scancode CONFIG): scancode::scancode)
-# and a pkg-config file (scancode.pc). Nothing installed names the prefix:
-# the library finds the adapter and model relative to its own folder, and the
-# package files find the prefix relative to theirs.
+# model), a CMake package (find_package(scancode CONFIG): scancode::scancode,
+# and scancode::scanner where scanner/ installs the Scanner) and a pkg-config
+# file (scancode.pc); scanner/ adds its own (scancode-scanner.pc) and the
+# Python module. Nothing installed names the prefix: the library finds the
+# adapter and model relative to its own folder, and the package files find
+# the prefix relative to theirs.
 include(CMakePackageConfigHelpers)
 
 set(SCANCODE_INSTALL_ADAPTERDIR ${CMAKE_INSTALL_LIBDIR}/scancode)
@@ -65,10 +67,14 @@ function(scancode_install)
 
   set(SCANCODE_INSTALLED_LIBRARY
       ${CMAKE_INSTALL_LIBDIR}/${CMAKE_SHARED_LIBRARY_PREFIX}scancode${CMAKE_SHARED_LIBRARY_SUFFIX})
+  # The Scanner (scanner/) is installed with the tools; the package offers it
+  # where it is there.
+  set(SCANCODE_INSTALLED_SCANNER
+      ${CMAKE_INSTALL_LIBDIR}/${CMAKE_SHARED_LIBRARY_PREFIX}scancode_scanner${CMAKE_SHARED_LIBRARY_SUFFIX})
   configure_package_config_file(
     ${PROJECT_SOURCE_DIR}/cmake/scancodeConfig.cmake.in ${PROJECT_BINARY_DIR}/scancodeConfig.cmake
     INSTALL_DESTINATION ${SCANCODE_INSTALL_CMAKEDIR}
-    PATH_VARS SCANCODE_INSTALLED_LIBRARY CMAKE_INSTALL_INCLUDEDIR)
+    PATH_VARS SCANCODE_INSTALLED_LIBRARY SCANCODE_INSTALLED_SCANNER CMAKE_INSTALL_INCLUDEDIR)
   write_basic_package_version_file(${PROJECT_BINARY_DIR}/scancodeConfigVersion.cmake
                                    COMPATIBILITY SameMajorVersion)
   install(FILES ${PROJECT_BINARY_DIR}/scancodeConfig.cmake

@@ -9,6 +9,7 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include "detect/detection_rules.h"
 #include "host_shim.h"
 
 namespace scancode_fuzz {
@@ -37,8 +38,8 @@ inline float InterestingFloat(FuzzedDataProvider& in) {
         -std::numeric_limits<float>::denorm_min(),
         0.0f,
         -0.0f,
-        -0.8473f,  // the score threshold
-        -0.84731f,
+        detection_rules::kMinScoreLogitF,  // the score threshold
+        std::nextafter(detection_rules::kMinScoreLogitF, -1.0f),
         88.7f,  // exp overflows just above
         -103.0f,
         1e30f,

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <vector>
 
+#include "detect/detection_rules.h"
 #include "detect/postprocess_calculator.h"
 #include "fuzz_support.h"
 #include "inference/detector_layout.h"
@@ -26,7 +27,7 @@ constexpr int kCompareUpTo = 400;
 int KeptCells(const float* out) {
     int kept = 0;
     for (int i = 0; i < kCells; ++i) {
-        if (static_cast<double>(out[6 * i + 4]) >= -0.8473) ++kept;
+        if (static_cast<double>(out[6 * i + 4]) >= detection_rules::kMinScoreLogit) ++kept;
     }
     return kept;
 }

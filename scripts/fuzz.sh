@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 seconds=${1:-30}
 shift || true
 targets=("$@")
-((${#targets[@]})) || targets=(nv21_fuzz postprocess_fuzz lines_fuzz rectify_fuzz process_fuzz)
+((${#targets[@]})) || targets=(nv21_fuzz postprocess_fuzz lines_fuzz rectify_fuzz process_fuzz frame_source_fuzz)
 jobs=${JOBS:-$(nproc)}
 
 bash scripts/setup.sh test fuzz

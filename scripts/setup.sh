@@ -10,8 +10,10 @@ set -euo pipefail
 
 build=(cmake make g++ binutils libopencv-core-dev libopencv-imgproc-dev)
 # clang-format is pinned to one version: another formats differently.
+# The Python module builds against Debian's interpreter with its pybind11 and numpy.
 test=(libgtest-dev libgmock-dev libbenchmark-dev libyuv-dev libqrencode-dev libzxing-dev pkg-config
-      libjpeg62-turbo-dev qemu-user black flake8 clang-format-14 libdnnl-dev)
+      libjpeg62-turbo-dev qemu-user black flake8 clang-format-14 libdnnl-dev python3-pybind11
+      python3-dev python3-numpy)
 run=(libopencv-dnn-dev libxnnpack-dev libpthreadpool-dev libonnx-dev libprotobuf-dev
      libopencv-imgcodecs-dev libopencv-videoio-dev libzxing-dev nlohmann-json3-dev)
 eval=(python3-skimage gnome-backgrounds libopencv-objdetect-dev python3-matplotlib)

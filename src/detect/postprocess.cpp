@@ -7,7 +7,7 @@
 // value). Cells whose logit passes the threshold become candidates;
 // candidates are sorted by score, boxes touching a better one are dropped, and
 // the rest are mapped back to the frame, counted, and listed when they lie
-// clear of an 80-pixel band along the frame's edges.
+// clear of the edge band along the frame's edges (detection_rules.h).
 #include <algorithm>
 #include <climits>
 #include <cmath>
@@ -15,6 +15,7 @@
 #include <set>
 #include <vector>
 
+#include "detect/detection_rules.h"
 #include "detect/postprocess_calculator.h"
 #include "inference/detector_layout.h"
 #include "platform/log.h"
@@ -25,22 +26,10 @@ using detector_layout::kValuesPerCell;
 
 constexpr float kInputSide = static_cast<float>(detector_layout::kInputSide);
 
-// Logit of a probability of 0.3, compared in double. Comparing against the
-// logit spares the sigmoid, and rejected cells cost no exponential at all.
-constexpr double kMinScoreLogit = -0.8473;
-// The smallest float not below it: for every float f, f >= this (in float)
-// decides exactly what (double)f >= kMinScoreLogit decides, NaN included, and
-// the float form lets eight cells be tested without a branch.
-constexpr float kMinScoreLogitF = -0.8473f;
-static_assert(static_cast<double>(kMinScoreLogitF) >= kMinScoreLogit, "not below");
-// Floats in [0.5, 1) are 2^-24 apart, so this is the next float down.
-static_assert(static_cast<double>(kMinScoreLogitF) - 0x1p-24 < kMinScoreLogit, "smallest");
+using detection_rules::kMinScoreLogitF;
 
 // Only this many of the best positions become boxes.
 constexpr int kMaxListedPositions = 1000;
-
-// Boxes closer than this to a frame edge are counted but not listed.
-constexpr float kEdgeBand = 80.0f;
 
 // The debug line each head's candidate count is logged with.
 constexpr const char* kCountFormats[detector_layout::kHeadCount] = {
@@ -125,11 +114,10 @@ void ListBoxes(int n, const std::vector<float>& candidates, const std::vector<in
         float h = b[3] * scale;
         if (x + w > right) w = right - x;
         if (y + h > bottom) h = bottom - y;
-        LOGI("x = %.03f, y = %.03f, w = %.03f, h = %.03f", static_cast<double>(x),
-             static_cast<double>(y), static_cast<double>(w), static_cast<double>(h));
+        LOGI(detection_rules::kBoxLineFormat, static_cast<double>(x), static_cast<double>(y),
+             static_cast<double>(w), static_cast<double>(h));
         ++count;
-        if (x >= kEdgeBand && y >= kEdgeBand && x + w <= right - kEdgeBand &&
-            y + h <= bottom - kEdgeBand) {
+        if (detection_rules::ClearOfEdgeBand(x, y, w, h, right, bottom)) {
             boxes.emplace_back(TruncateToInt(x), TruncateToInt(y), TruncateToInt(w),
                                TruncateToInt(h));
         }
@@ -187,7 +175,7 @@ int CodeDetectPostprocesCalculator::PostProcess(int cols, int rows, float* outpu
     ListBoxes(n, candidates, order, ratio, cols, rows, boxes, count);
 
     LOGD("code detect postprocess calculator successful");
-    LOGI("the num of qrcode is %d", static_cast<int>(boxes.size()));
+    LOGI(detection_rules::kCountLineFormat, static_cast<int>(boxes.size()));
     LogSyncTime("object postProcess Time", start);
     return boxes.empty() ? -1 : 0;
 }

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "debug_switch.h"
+#include "detect/detection_rules.h"
 #include "detect/postprocess_calculator.h"
 #include "literal_postprocess.h"
 #include "log_capture.h"
@@ -46,8 +47,9 @@ void SmallBox(OutputBuffer& b, int r, int c, float logit) {
 }
 
 TEST(PostProcess, ScoreThresholdDecidesWhetherACellBecomesACandidate) {
-    const std::pair<float, bool> cases[] = {{-0.8473f, true},
-                                            {std::nextafter(-0.8473f, -1.0f), false},
+    constexpr float kThreshold = detection_rules::kMinScoreLogitF;
+    const std::pair<float, bool> cases[] = {{kThreshold, true},
+                                            {std::nextafter(kThreshold, -1.0f), false},
                                             {std::numeric_limits<float>::infinity(), true},
                                             {std::numeric_limits<float>::quiet_NaN(), false}};
     for (const auto& c : cases) {
@@ -104,6 +106,15 @@ TEST_P(FrameMapping, ScalesClipsAndFiltersByTheEdgeBand) {
     const Outcome out = Decode(buffer, k.cols, k.rows);
     EXPECT_EQ(out.count, 1);
     EXPECT_EQ(BoxLines(logs), std::vector<std::string>{k.line});
+    // What a host reads back from the line: the box, and the band's verdict.
+    detection_rules::LoggedBox b{};
+    ASSERT_TRUE(detection_rules::ParseBoxLine(k.line, b));
+    EXPECT_EQ(detection_rules::ClearOfEdgeBand(b.x, b.y, b.w, b.h, k.cols, k.rows), k.listed);
+    int count = -1, counted = -1;
+    EXPECT_FALSE(detection_rules::ParseCountLine(k.line, count));
+    for (const std::string& line : logs.texts())
+        if (detection_rules::ParseCountLine(line.c_str(), count)) counted = count;
+    EXPECT_EQ(counted, k.listed ? 1 : 0);
     EXPECT_EQ(out.ret, k.listed ? 0 : -1);
     EXPECT_EQ(out.boxes, k.listed ? std::vector<cv::Rect>{k.rect} : std::vector<cv::Rect>{});
 }
@@ -150,9 +161,10 @@ TEST(PostProcess, MatchesLiteralAlgorithmOnRandomFrames) {
             for (int r = 0; r < g; ++r) {
                 for (int c = 0; c < g; ++c) {
                     if (unit(rng) >= mix.passing) continue;
-                    const float logit =
-                        mix.levels ? -0.8473f + static_cast<float>(rng() % mix.levels) * 0.25f
-                                   : unit(rng) * 4.0f - 0.8f;
+                    const float logit = mix.levels
+                                            ? detection_rules::kMinScoreLogitF +
+                                                  static_cast<float>(rng() % mix.levels) * 0.25f
+                                            : unit(rng) * 4.0f - 0.8f;
                     buffer.SetCell(h, r, c, logDist(rng), logDist(rng), logDist(rng), logDist(rng),
                                    logit);
                 }

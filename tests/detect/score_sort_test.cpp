@@ -8,6 +8,7 @@
 #include <random>
 #include <string>
 
+#include "detect/detection_rules.h"
 #include "detect/postprocess_calculator.h"
 #include "literal_postprocess.h"
 
@@ -24,7 +25,8 @@ const float kInf = std::numeric_limits<float>::infinity();
 // dequantized network), runs, presorted and adversarial orders.
 const Distribution kDistributions[] = {
     {"TwoLevels", [](std::mt19937& g, int, int) { return g() % 2 ? 1.5f : -0.5f; }},
-    {"FiveLevels", [](std::mt19937& g, int, int) { return -0.8473f + 0.25f * (g() % 5); }},
+    {"FiveLevels", [](std::mt19937& g, int,
+                      int) { return detection_rules::kMinScoreLogitF + 0.25f * (g() % 5); }},
     {"Quantized", [](std::mt19937& g, int, int) { return (int(g() % 256) - 27) / 32.0f; }},
     {"AllEqual", [](std::mt19937&, int, int) { return 0.25f; }},
     {"Continuous",

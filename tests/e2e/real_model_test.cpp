@@ -1,14 +1,11 @@
 // The sample frames shipped with the repository through the library as built
-// for a host: the reference adapter running our trained detector. Each code
+// for a host, run by the Scanner: the reference adapter running our trained detector. Each code
 // the samples were rendered with must lie inside a box the library lists.
 #include <gtest/gtest.h>
 
 #include <opencv2/imgcodecs.hpp>
 
-#include "frame_report.h"
-#include "frame_source.h"
-#include "log_capture.h"
-#include "scancode.h"
+#include "scancode/scanner.h"
 
 namespace scancode_test {
 namespace {
@@ -24,28 +21,14 @@ TEST_P(RealModel, FindsEveryCodeOfTheSample) {
     const Sample& sample = GetParam();
     const cv::Mat bgr = cv::imread(std::string(SCANCODE_SAMPLES_DIR) + "/" + sample.file);
     ASSERT_FALSE(bgr.empty()) << sample.file;
-    Frame frame;
-    ASSERT_TRUE(ToNV21Frame(bgr, frame));
+    scancode::Scanner scanner;
+    const scancode::Result result = scanner.Scan(bgr);
 
-    void* handle = nullptr;
-    ASSERT_EQ(Init(&handle), 0);
-    std::vector<uint8_t> returned(frame.nv21.size());
-    ZoomInfoResult zoom{};
-    WarpPicInfo pic{returned.data(), false};
-    LogCapture logs;
-    const int rc = Process(handle, frame.nv21.data(), frame.width, frame.height, frame.width,
-                           frame.height, &zoom, &pic);
-    DeInit(handle);
-
-    EXPECT_NE(rc, -1);
-    FrameResult result;
-    result.width = frame.width;
-    result.height = frame.height;
-    ReadBoxes(logs.texts(), result);
+    EXPECT_NE(result.code, -1);
     for (const cv::Point& code : sample.codes) {
         const bool found = std::any_of(
             result.boxes.begin(), result.boxes.end(),
-            [&](const DetectedBox& b) { return b.listed && b.rect.contains(cv::Point2f(code)); });
+            [&](const scancode::Box& b) { return b.listed && b.rect.contains(cv::Point2f(code)); });
         EXPECT_TRUE(found) << sample.file << ": no box around " << code;
     }
 }

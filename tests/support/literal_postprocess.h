@@ -12,6 +12,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "detect/detection_rules.h"
 #include "detect/postprocess_calculator.h"
 
 namespace literal {
@@ -78,7 +79,8 @@ inline Survivors Decode(const float* output) {
         for (int r = 0; r < g; ++r) {
             for (int c = 0; c < g; ++c) {
                 const float* v = head + (r * g + c) * 6;
-                if (static_cast<double>(v[4]) < -0.8473 || std::isnan(v[4])) continue;
+                if (static_cast<double>(v[4]) < detection_rules::kMinScoreLogit || std::isnan(v[4]))
+                    continue;
                 const float cx = static_cast<float>(kStride[h] / 2 + c * kStride[h]);
                 const float cy = static_cast<float>(kStride[h] / 2 + r * kStride[h]);
                 const float e0 = std::exp(v[0]);
@@ -123,7 +125,8 @@ inline Result MapToFrame(const Survivors& s, int cols, int rows) {
         if (x + w > cols) w = cols - x;
         if (y + h > rows) h = rows - y;
         ++res.count;
-        if (x >= 80 && y >= 80 && x + w <= cols - 80 && y + h <= rows - 80) {
+        const float band = detection_rules::kEdgeBand;
+        if (x >= band && y >= band && x + w <= cols - band && y + h <= rows - band) {
             res.boxes.emplace_back(static_cast<int>(x), static_cast<int>(y), static_cast<int>(w),
                                    static_cast<int>(h));
         }

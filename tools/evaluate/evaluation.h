@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 
+#include "detect/detection_rules.h"
 #include "library_run.h"
 #include "peers.h"
 #include "scene_render.h"
@@ -38,8 +39,16 @@ struct Detections {
     std::array<std::vector<cv::Rect2f>, kDetectorCount> boxes;  // what each one reports
 };
 
+// The library's edge band in whole frame pixels, and the room scenes leave
+// inside it for a box a little too large.
+inline constexpr int kEdgeBand = static_cast<int>(detection_rules::kEdgeBand);
+inline constexpr int kFitMargin = 8;
+
 class Detectors {
   public:
+    // Throws scancode::Error when the library cannot start with `model`
+    // (empty: its configured model).
+    explicit Detectors(const std::string& model) : mLibrary(model) {}
     // Runs the library on the frame's NV21 and the peers on its luma (the
     // same bytes the library reads). Peers are skipped when `peers` is false.
     Detections Run(const cv::Mat& bgr, bool peers = true);
@@ -111,6 +120,11 @@ std::vector<CodeRecord> Score(const Detections& d, const std::vector<cv::Rect2f>
 // Checks the straightened code of a one-code frame and counts it.
 void CheckDecode(const Detections& d, const cv::Rect2f& truth, const std::string& bytes,
                  const std::string& text, DecodeTally& tally);
+
+// A picture the evaluation was pointed at, as BGR; empty, with a warning
+// naming it, when it cannot be decoded (the decoder refuses, say, a picture
+// whose header claims too many pixels).
+cv::Mat ReadPicture(const std::string& path);
 
 // The evaluation's pictures: desks and natural pictures to render on.
 struct Backgrounds {

@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <map>
 
-#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include "evaluation.h"
@@ -44,7 +43,7 @@ nlohmann::ordered_json RunFalseBoxes(const Options& o, Detectors& det,
     std::map<std::string, int> byVariant;
     int frames = 0;
     for (const std::string& path : o.negatives) {
-        const cv::Mat picture = cv::imread(path, cv::IMREAD_COLOR);
+        const cv::Mat picture = ReadPicture(path);
         if (picture.empty()) continue;
         const std::string name = std::filesystem::path(path).filename().string();
         byPicture[name] += 0;

@@ -1,54 +1,30 @@
 #include "library_run.h"
 
-#include <chrono>
-#include <cstdio>
+namespace {
 
-#include "frame_report.h"
-#include "host_shim.h"
-#include "scancode.h"
-
-LibraryRunner::LibraryRunner() {
-    ScanHostSetLogSink(&LibraryRunner::Collect, this);
+scancode::ScannerOptions WithModel(const std::string& model) {
+    scancode::ScannerOptions o;
+    o.modelPath = model;
+    return o;
 }
 
-LibraryRunner::~LibraryRunner() {
-    if (mHandle != nullptr) DeInit(mHandle);
-    ScanHostSetLogSink(nullptr, nullptr);
-}
+}  // namespace
 
-void LibraryRunner::Collect(int, const char*, const char* text, void* user) {
-    static_cast<LibraryRunner*>(user)->mLines.emplace_back(text);
-}
+LibraryRunner::LibraryRunner(const std::string& model) : mScanner(WithModel(model)) {}
 
-bool LibraryRunner::Run(const std::vector<uint8_t>& nv21, int width, int height,
+void LibraryRunner::Run(const std::vector<uint8_t>& nv21, int width, int height,
                         LibraryFrame& out) {
-    if (mHandle == nullptr || width != mWidth || height != mHeight) {
-        if (mHandle != nullptr) DeInit(mHandle);
-        mHandle = nullptr;
-        if (Init(&mHandle) != 0 || mHandle == nullptr) return false;
-        mWidth = width, mHeight = height;
-    }
+    scancode::Result r = mScanner.Scan(nv21.data(), nv21.size(), width, height);
     out = LibraryFrame();
-    out.returned.resize(nv21.size());
-    ZoomInfoResult zoom{-1.0f, -1.0f};
-    WarpPicInfo pic{out.returned.data(), false};
-    mLines.clear();
-    const auto t0 = std::chrono::steady_clock::now();
-    out.rc = Process(mHandle, nv21.data(), width, height, width, height, &zoom, &pic);
-    out.ms =
-        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
-    out.sentWarp = pic.sendWarpPic;
-
-    FrameResult result;
-    result.width = width, result.height = height;
-    ReadBoxes(mLines, result);
-    for (const DetectedBox& b : result.boxes) {
+    out.rc = r.code;
+    out.ms = r.ms;
+    out.sentWarp = !r.straightened.empty();
+    out.returned = std::move(r.straightened);
+    for (const scancode::Box& b : r.boxes) {
         out.survivors.push_back(b.rect);
         if (b.listed) out.kept.push_back(b.rect);
     }
-    for (const std::string& line : mLines)
-        sscanf(line.c_str(), "the num of qrcode is %d", &out.countLine);
+    out.countLine = r.libraryCount;
     if (out.countLine >= 0 && out.countLine != static_cast<int>(out.kept.size()))
         ++mCountMismatches;
-    return true;
 }

@@ -33,54 +33,35 @@ void PrintDecode(const char* what, const DecodeTally& d) {
         what, d.oneCode, d.straightened, d.decoded, d.decodedBefore);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    Options o;
+// False on a bad command line.
+bool ParseArgs(int argc, char** argv, Options& o) {
     bool negatives = false;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         const bool hasValue = i + 1 < argc;
-        if (a == "--quick")
+        std::string* value = a == "--model"    ? &o.model
+                             : a == "--json"   ? &o.json
+                             : a == "--boxes"  ? &o.boxes
+                             : a == "--out"    ? &o.outDir
+                             : a == "--photos" ? &o.photos
+                                               : nullptr;
+        if (a == "--quick") {
             o.quick = true, negatives = false;
-        else if (a == "--model" && hasValue)
-            o.model = argv[++i], negatives = false;
-        else if (a == "--json" && hasValue)
-            o.json = argv[++i], negatives = false;
-        else if (a == "--boxes" && hasValue)
-            o.boxes = argv[++i], negatives = false;
-        else if (a == "--out" && hasValue)
-            o.outDir = argv[++i], negatives = false;
-        else if (a == "--photos" && hasValue)
-            o.photos = argv[++i], negatives = false;
-        else if (a == "--negatives")
+        } else if (value != nullptr && hasValue) {
+            *value = argv[++i], negatives = false;
+        } else if (a == "--negatives") {
             negatives = true;
-        else if (negatives && a.rfind("--", 0) != 0)
+        } else if (negatives && a.rfind("--", 0) != 0) {
             o.negatives.push_back(a);
-        else {
-            Usage();
-            return 2;
+        } else {
+            return false;
         }
     }
-    if (!o.model.empty()) {
-        if (!std::filesystem::is_regular_file(o.model)) {
-            fprintf(stderr, "no model file %s\n", o.model.c_str());
-            return 2;
-        }
-        // Read by the library's platform layer when Init loads the model.
-        setenv("SCANCODE_MODEL_PATH", std::filesystem::absolute(o.model).c_str(), 1);
-    }
-    std::filesystem::create_directories(o.outDir);
-    const auto start = std::chrono::steady_clock::now();
+    return true;
+}
 
-    Detectors det;
-    if (!o.boxes.empty() && !det.ListBoxesTo(o.boxes)) {
-        fprintf(stderr, "cannot write %s\n", o.boxes.c_str());
-        return 2;
-    }
-    const Backgrounds bg = LoadBackgrounds(o.quick);
-    DecodeTally sweepDecode, photoDecode;
-    std::vector<SheetCase> misses, falses;
+// What the figures were taken with.
+nlohmann::ordered_json Setup(const Options& o, const Backgrounds& bg) {
     nlohmann::ordered_json j;
     j["mode"] = o.quick ? "quick" : "full";
     j["model"] = o.model.empty() ? "configured default" : o.model;
@@ -91,9 +72,46 @@ int main(int argc, char** argv) {
              {"hi", b.hi >= 1e9 ? nlohmann::ordered_json() : nlohmann::ordered_json(b.hi)}});
     j["found_rule"] =
         "IoU >= 0.5 with the truth box; one box per code, best IoU first; library "
-        "boxes must clear its 80 px edge band, the peers have none";
+        "boxes must clear its " +
+        std::to_string(kEdgeBand) + " px edge band, the peers have none";
     j["backgrounds"] = {{"desks", bg.deskNames}, {"natural", bg.naturalNames}};
+    return j;
+}
 
+// The detector's goals in one place, for the training log and the READMEs.
+// A part that had nothing to run (no photos, no pictures) scores 0.
+nlohmann::ordered_json Goals(const nlohmann::ordered_json& j) {
+    const auto at = [](const nlohmann::ordered_json& parent, const char* key) {
+        static const nlohmann::ordered_json kNone;
+        return parent.is_object() && parent.contains(key) ? parent[key] : kNone;
+    };
+    const auto number = [](const nlohmann::ordered_json& v) {
+        return v.is_number() ? v.get<double>() : 0.0;
+    };
+    const auto recall = [&](const nlohmann::ordered_json& rate) {
+        return number(at(rate, "recall"));
+    };
+    const char* library = kDetectorNames[kLibrary];
+    const auto& cells = at(at(j, "sweep"), "goal_cells");
+    return {{"sweep_recall_40up_tilt45", recall(at(cells, "recall_40up_tilt45"))},
+            {"sweep_recall_24_40", recall(at(cells, "recall_24_40"))},
+            {"sweep_recall_40up_tilt60", recall(at(cells, "recall_40up_tilt60"))},
+            {"multi_recall_40up_gap25", recall(at(at(at(j, "multi_code"), "goal_cell"), library))},
+            {"photos_recall", recall(at(at(at(j, "photos"), "all"), library))},
+            {"box_median_iou_40up", number(at(cells, "median_iou_40up"))},
+            {"box_median_size_error_40up", number(at(cells, "median_size_error_40up"))},
+            {"false_boxes_per_natural_frame",
+             number(at(at(at(j, "false_boxes"), library), "per_frame"))},
+            {"process_vs_zxing_720p", number(at(at(at(j, "speed"), "1280x720"), "ratio"))},
+            {"process_vs_zxing_1080p", number(at(at(at(j, "speed"), "1920x1080"), "ratio"))}};
+}
+
+// Runs every part; the figures as JSON.
+nlohmann::ordered_json Evaluate(const Options& o, Detectors& det) {
+    const Backgrounds bg = LoadBackgrounds(o.quick);
+    DecodeTally sweepDecode, photoDecode;
+    std::vector<SheetCase> misses, falses;
+    nlohmann::ordered_json j = Setup(o, bg);
     j["sweep"] = RunSweep(o, det, bg, sweepDecode, misses);
     j["photos"] = RunPhotos(o, det, photoDecode);
     j["multi_code"] = RunMulti(o, det, bg);
@@ -105,24 +123,7 @@ int main(int argc, char** argv) {
     PrintDecode("photos", photoDecode);
     j["decoding"] = {{"sweep", ToJson(sweepDecode)}, {"photos", ToJson(photoDecode)}};
     j["speed"] = RunSpeed(o, det, bg);
-
-    // The detector's goals in one place, for the training log and the READMEs.
-    auto recall = [](const nlohmann::ordered_json& rate) {
-        const auto& r = rate["recall"];
-        return r.is_number() ? r.get<double>() : 0.0;
-    };
-    const auto& cells = j["sweep"]["goal_cells"];
-    j["goals"] = {
-        {"sweep_recall_40up_tilt45", recall(cells["recall_40up_tilt45"])},
-        {"sweep_recall_24_40", recall(cells["recall_24_40"])},
-        {"sweep_recall_40up_tilt60", recall(cells["recall_40up_tilt60"])},
-        {"multi_recall_40up_gap25", recall(j["multi_code"]["goal_cell"][kDetectorNames[kLibrary]])},
-        {"photos_recall", recall(j["photos"]["all"][kDetectorNames[kLibrary]])},
-        {"box_median_iou_40up", cells["median_iou_40up"]},
-        {"box_median_size_error_40up", cells["median_size_error_40up"]},
-        {"false_boxes_per_natural_frame", j["false_boxes"][kDetectorNames[kLibrary]]["per_frame"]},
-        {"process_vs_zxing_720p", j["speed"]["1280x720"]["ratio"]},
-        {"process_vs_zxing_1080p", j["speed"]["1920x1080"]["ratio"]}};
+    j["goals"] = Goals(j);
     printf("\nGOALS (library):");
     for (const auto& [name, value] : j["goals"].items())
         printf(" %s %.3f;", name.c_str(), value.get<double>());
@@ -130,18 +131,51 @@ int main(int argc, char** argv) {
     const int mismatches = det.library().countMismatches();
     j["count_line_mismatches"] = mismatches;
     printf(
-        "\nframes where the count line (\"the num of qrcode is N\") disagreed with the boxes "
-        "read as clear of the edge band: %d\n",
+        "\nframes where the library's count of kept boxes disagreed with the boxes read as clear "
+        "of the edge band: %d\n",
         mismatches);
     WriteContactSheet(o.outDir + "/worst_cases.png", misses, falses);
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    j["seconds"] = seconds;
-    printf("\nwrote %s/recall_vs_size.csv, %s/worst_cases.png; %.0f s\n", o.outDir.c_str(),
-           o.outDir.c_str(), seconds);
-    if (!o.json.empty()) {
-        std::ofstream(o.json) << j.dump(2) << "\n";
-        printf("wrote %s\n", o.json.c_str());
+    return j;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options o;
+    if (!ParseArgs(argc, argv, o)) {
+        Usage();
+        return 2;
+    }
+    if (!o.model.empty() && !std::filesystem::is_regular_file(o.model)) {
+        fprintf(stderr, "no model file %s\n", o.model.c_str());
+        return 2;
+    }
+    std::error_code ec;
+    std::filesystem::create_directories(o.outDir, ec);
+    if (ec) {
+        fprintf(stderr, "cannot create %s (%s)\n", o.outDir.c_str(), ec.message().c_str());
+        return 2;
+    }
+    const auto start = std::chrono::steady_clock::now();
+    try {
+        Detectors det(o.model.empty() ? "" : std::filesystem::absolute(o.model).string());
+        if (!o.boxes.empty() && !det.ListBoxesTo(o.boxes)) {
+            fprintf(stderr, "cannot write %s\n", o.boxes.c_str());
+            return 2;
+        }
+        nlohmann::ordered_json j = Evaluate(o, det);
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        j["seconds"] = seconds;
+        printf("\nwrote %s/recall_vs_size.csv, %s/worst_cases.png; %.0f s\n", o.outDir.c_str(),
+               o.outDir.c_str(), seconds);
+        if (!o.json.empty()) {
+            std::ofstream(o.json) << j.dump(2) << "\n";
+            printf("wrote %s\n", o.json.c_str());
+        }
+    } catch (const scancode::Error& e) {
+        fprintf(stderr, "evaluate: %s\n", e.what());
+        return 1;
     }
     return 0;
 }

@@ -1,22 +1,16 @@
 #include "frame_source.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
+
+#include "scancode/scanner.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-// The library's conversions work in 16-pixel steps over pairs of rows.
-constexpr int kWidthStep = 16;
 
 std::string Lower(std::string s) {
     std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return std::tolower(c); });
@@ -40,13 +34,12 @@ std::string ReadPicture(const std::string& path, Frame& frame) {
     const auto size = fs::file_size(path, ec);
     if (ec) return path + ": cannot read (" + ec.message() + ")";
     if (size == 0) return path + ": empty file";
-    if (FILE* file = fopen(path.c_str(), "rb")) {
-        fclose(file);
-    } else {
-        return path + ": cannot read (" + strerror(errno) + ")";
+    cv::Mat bgr;
+    try {
+        bgr = scancode::ReadPicture(path);
+    } catch (const scancode::Error& e) {
+        return path + ": " + e.what();
     }
-    const cv::Mat bgr = cv::imread(path, cv::IMREAD_COLOR);
-    if (bgr.empty()) return path + ": not a picture that can be decoded";
     if (!ToNV21Frame(bgr, frame)) {
         return path + ": picture too small (" + std::to_string(bgr.cols) + "x" +
                std::to_string(bgr.rows) + ")";
@@ -76,7 +69,7 @@ class Video : public FrameSource {
         : path_(path), capture_(std::move(capture)) {}
     NextStatus Next(Frame& frame, std::string& error) override {
         cv::Mat bgr;
-        if (!capture_.read(bgr)) {
+        if (!Read(bgr)) {
             if (index_ > 0) return NextStatus::kEnd;
             error = path_ + ": no frame could be read from the video";
             ++index_;  // reported once
@@ -91,10 +84,22 @@ class Video : public FrameSource {
         return NextStatus::kFrame;
     }
     int Count() const override {
-        return std::max(0, static_cast<int>(capture_.get(cv::CAP_PROP_FRAME_COUNT)));
+        try {
+            return std::max(0, static_cast<int>(capture_.get(cv::CAP_PROP_FRAME_COUNT)));
+        } catch (const cv::Exception&) {
+            return 0;
+        }
     }
 
   private:
+    // A damaged stream may make a reader throw; that ends the video.
+    bool Read(cv::Mat& bgr) {
+        try {
+            return capture_.read(bgr) && !bgr.empty();
+        } catch (const cv::Exception&) {
+            return false;
+        }
+    }
     std::string path_;
     mutable cv::VideoCapture capture_;
     int index_ = 0;
@@ -132,7 +137,7 @@ std::unique_ptr<FrameSource> OpenRaw(const std::string& path, cv::Size size, std
         error = path + ": raw NV21 needs --size WxH";
         return nullptr;
     }
-    if (const std::string why = CheckFrameSize(size); !why.empty()) {
+    if (const std::string why = scancode::CheckFrameSize(size.width, size.height); !why.empty()) {
         error = path + ": " + why;
         return nullptr;
     }
@@ -152,41 +157,16 @@ std::unique_ptr<FrameSource> OpenRaw(const std::string& path, cv::Size size, std
 
 }  // namespace
 
-std::string CheckFrameSize(cv::Size size) {
-    if (size.width <= 0 || size.height <= 0) return "frame size must be positive";
-    if (size.width % kWidthStep != 0) {
-        return "frame width must be a multiple of " + std::to_string(kWidthStep);
-    }
-    if (size.height % 2 != 0) return "frame height must be even";
-    return {};
-}
-
 bool ToNV21Frame(const cv::Mat& bgr, Frame& frame) {
-    const int width = bgr.cols / kWidthStep * kWidthStep;
-    const int height = bgr.rows / 2 * 2;
-    if (width < kWidthStep || height < 2) return false;
-    cv::Mat i420;
-    cv::cvtColor(bgr(cv::Rect(0, 0, width, height)), i420, cv::COLOR_BGR2YUV_I420);
-    const size_t luma = static_cast<size_t>(width) * height;
-    frame.width = width;
-    frame.height = height;
-    frame.nv21.resize(luma * 3 / 2);
-    const uint8_t* y = i420.ptr<uint8_t>();
-    const uint8_t* u = y + luma;
-    const uint8_t* v = u + luma / 4;
-    std::copy(y, y + luma, frame.nv21.begin());
-    for (size_t i = 0; i < luma / 4; ++i) {
-        frame.nv21[luma + 2 * i] = v[i];
-        frame.nv21[luma + 2 * i + 1] = u[i];
+    try {
+        cv::Size size;
+        frame.nv21 = scancode::ToNv21(bgr, size);
+        frame.width = size.width;
+        frame.height = size.height;
+        return true;
+    } catch (const scancode::Error&) {
+        return false;
     }
-    return true;
-}
-
-cv::Mat FromNV21(const uint8_t* nv21, int width, int height) {
-    cv::Mat bgr;
-    cv::cvtColor(cv::Mat(height * 3 / 2, width, CV_8UC1, const_cast<uint8_t*>(nv21)), bgr,
-                 cv::COLOR_YUV2BGR_NV21);
-    return bgr;
 }
 
 std::unique_ptr<FrameSource> OpenFrameSource(const std::string& path, cv::Size rawSize,
@@ -224,8 +204,12 @@ std::unique_ptr<FrameSource> OpenFrameSource(const std::string& path, cv::Size r
     }
     // FFmpeg first: it reads every common container, and trying the other
     // back ends on a file it cannot read only adds their complaints.
-    cv::VideoCapture capture(path, cv::CAP_FFMPEG);
-    if (!capture.isOpened()) capture.open(path, cv::CAP_ANY);
+    cv::VideoCapture capture;
+    try {
+        if (!capture.open(path, cv::CAP_FFMPEG)) capture.open(path, cv::CAP_ANY);
+    } catch (const cv::Exception&) {
+        capture.release();
+    }
     if (!capture.isOpened()) {
         error = path + ": not a picture, raw NV21 (.nv21, .yuv) or video that can be read";
         return nullptr;

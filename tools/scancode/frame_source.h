@@ -1,5 +1,7 @@
 // Where frames come from: pictures, folders of pictures, videos and raw NV21
-// files, each frame handed out as NV21 at a size the library can take.
+// files, each frame handed out as NV21 at a size the library can take. No
+// input, however damaged, makes them throw: each failure is an error naming
+// the input and the reason.
 #pragma once
 
 #include <cstdint>
@@ -33,13 +35,6 @@ class FrameSource {
 std::unique_ptr<FrameSource> OpenFrameSource(const std::string& path, cv::Size rawSize,
                                              std::string& error);
 
-// Empty when the library can take frames of `size` (positive, a width that is
-// a multiple of 16, an even height), else why not.
-std::string CheckFrameSize(cv::Size size);
-
-// NV21 of a BGR picture, cut to a width that is a multiple of 16 and an even
-// height (the library's conversions work in 16-pixel steps).
+// NV21 of a BGR picture, cut to a size the library takes (scancode::ToNv21);
+// false when it is too small.
 bool ToNV21Frame(const cv::Mat& bgr, Frame& frame);
-
-// BGR picture of an NV21 frame.
-cv::Mat FromNV21(const uint8_t* nv21, int width, int height);

@@ -1,11 +1,10 @@
 // scancode: runs pictures, folders of pictures, videos and raw NV21 files
-// through the library's public API (Init / Process / DeInit) and reports
+// through the library (with scancode::Scanner) and reports
 // per frame the result code, the boxes, the zoom suggestion and whether a
 // straightened code was handed back. Usage: options.cpp.
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -15,27 +14,17 @@
 #include <opencv2/core/utils/logger.hpp>
 #include <opencv2/imgcodecs.hpp>
 
-#include "code_reader.h"
 #include "frame_report.h"
 #include "frame_source.h"
-#include "host_shim.h"
 #include "options.h"
 #include "output_names.h"
-#include "scancode.h"
+#include "scancode/scanner.h"
 #include "timing.h"
 
 namespace {
 
-struct LogLines {
-    std::vector<std::string> lines;
-    bool echo = false;
-};
-
-void CollectLine(int prio, const char* tag, const char* text, void* user) {
-    auto* log = static_cast<LogLines*>(user);
-    log->lines.emplace_back(text);
-    if (log->echo) fprintf(stderr, "%c/%s: %s\n", "??VDIWEF"[prio & 7], tag, text);
-}
+// What Prepare returns when frames are to be run: no exit status.
+constexpr int kRunFrames = -1;
 
 // The readers' own chatter (a GStreamer back end that is tried and gives up,
 // FFmpeg's notes on a damaged file) says nothing the tool's messages do not;
@@ -66,36 +55,6 @@ class Progress {
     bool shown_;
 };
 
-// The library's frame image takes the size of the first frame after Init,
-// so a change of size starts a new session.
-class Session {
-  public:
-    ~Session() { Close(); }
-    // False when Init failed; `fresh` tells whether this frame starts a session.
-    bool Ready(int width, int height, bool& fresh) {
-        fresh = !(handle_ && width == width_ && height == height_);
-        if (!fresh) return true;
-        Close();
-        if (Init(&handle_) != 0) {
-            DeInit(handle_);
-            handle_ = nullptr;
-            return false;
-        }
-        width_ = width;
-        height_ = height;
-        return true;
-    }
-    void* handle() const { return handle_; }
-    void Close() {
-        if (handle_) DeInit(handle_);
-        handle_ = nullptr;
-    }
-
-  private:
-    void* handle_ = nullptr;
-    int width_ = 0, height_ = 0;
-};
-
 // The library prints its model loader's messages on stdout; results own
 // stdout, so those go to stderr with --verbose and nowhere otherwise.
 // Returns the results stream.
@@ -117,10 +76,105 @@ std::string PrepareOutDir(const std::string& dir) {
     return ec ? "--out " + dir + ": cannot create (" + ec.message() + ")" : std::string();
 }
 
-}  // namespace
+// One run of the tool over its inputs: frames to the Scanner, results to
+// the results stream and --out, failures named on stderr.
+class Run {
+  public:
+    Run(const Options& opt, FILE* results)
+        : opt_(opt), results_(results), progress_(!opt.json), scanner_(ScannerOptions(opt)) {}
 
-int main(int argc, char** argv) {
-    Options opt;
+    void Input(const std::string& input) {
+        std::string error;
+        std::unique_ptr<FrameSource> source = OpenFrameSource(input, opt_.rawSize, error);
+        if (!source) return Fail(error);
+        Frame frame;
+        int done = 0;
+        for (NextStatus status; (status = source->Next(frame, error)) != NextStatus::kEnd;) {
+            progress_.Update(++done, source->Count());
+            if (status == NextStatus::kFailed) {
+                Fail(error);
+            } else {
+                Scan(frame);
+            }
+        }
+    }
+
+    // The summary on stderr; the exit status.
+    int Finish() {
+        if (!opt_.json && frames_ > 0) {
+            fprintf(stderr, "%d frame(s), %d with boxes, %d straightened; Process %s\n", frames_,
+                    withBoxes_, straightened_, timing_.Summary().c_str());
+        }
+        if (failures_ > 0) fprintf(stderr, "scancode: %d input(s) could not be read\n", failures_);
+        return failures_ ? 1 : 0;
+    }
+
+  private:
+    static scancode::ScannerOptions ScannerOptions(const Options& opt) {
+        scancode::ScannerOptions o;
+        o.decode = opt.decode;
+        if (opt.verbose) {
+            o.log = [](int priority, const char* tag, const char* text) {
+                fprintf(stderr, "%c/%s: %s\n", "??VDIWEF"[priority & 7], tag, text);
+            };
+        }
+        return o;
+    }
+
+    void Scan(const Frame& frame) {
+        scancode::Result r;
+        try {
+            r = scanner_.Scan(frame.nv21.data(), frame.nv21.size(), frame.width, frame.height);
+        } catch (const scancode::Error& e) {
+            return Fail(frame.name + ": " + e.what());
+        }
+        progress_.Interrupt();
+        const std::string line = opt_.json ? ToJson(frame.name, r) : ToText(frame.name, r);
+        fprintf(results_, "%s\n", line.c_str());
+        fflush(results_);
+        if (!opt_.outDir.empty()) WritePictures(frame, r);
+        ++frames_;
+        withBoxes_ += !r.boxes.empty();
+        straightened_ += !r.straightened.empty();
+        timing_.Add(r.ms, r.firstOfSession);
+    }
+
+    void WritePictures(const Frame& frame, const scancode::Result& r) {
+        const std::string stem = opt_.outDir + "/" + names_.For(frame.name);
+        const auto write = [&](const std::string& path, const cv::Mat& picture) {
+            bool written = false;
+            try {
+                written = cv::imwrite(path, picture);
+            } catch (const cv::Exception& e) {
+                return Fail(path + ": cannot write (" + e.err + ")");
+            }
+            if (!written) Fail(path + ": cannot write");
+        };
+        write(stem + ".boxes.jpg",
+              Annotate(scancode::Nv21ToBgr(frame.nv21.data(), frame.width, frame.height), r));
+        if (!r.straightened.empty()) {
+            write(stem + ".returned.jpg",
+                  scancode::Nv21ToBgr(r.straightened.data(), frame.width, frame.height));
+        }
+    }
+
+    void Fail(const std::string& why) {
+        progress_.Interrupt();
+        fprintf(stderr, "scancode: %s\n", why.c_str());
+        ++failures_;
+    }
+
+    const Options& opt_;
+    FILE* results_;
+    Progress progress_;
+    scancode::Scanner scanner_;
+    OutputNames names_;
+    Timing timing_;
+    int frames_ = 0, withBoxes_ = 0, straightened_ = 0, failures_ = 0;
+};
+
+// kRun when the command line asks for frames to be run, else what to exit with.
+int Prepare(int argc, char** argv, Options& opt) {
     std::string error;
     switch (ParseOptions(std::vector<std::string>(argv + 1, argv + argc), opt, error)) {
         case Command::kHelp:
@@ -144,93 +198,23 @@ int main(int argc, char** argv) {
             return 2;
         }
     }
+    return kRunFrames;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options opt;
+    if (const int exit = Prepare(argc, argv, opt); exit != kRunFrames) return exit;
     QuietReaders(opt.verbose);
     FILE* results = TakeStdoutForResults(opt.verbose);
-
-    LogLines log;
-    log.echo = opt.verbose;
-    ScanHostSetLogSink(&CollectLine, &log);
-
-    Session session;
-    OutputNames names;
-    Timing timing;
-    Progress progress(!opt.json);
-    int frames = 0, withBoxes = 0, sent = 0, failures = 0;
-    auto fail = [&](const std::string& why) {
-        progress.Interrupt();
-        fprintf(stderr, "scancode: %s\n", why.c_str());
-        ++failures;
-    };
-    for (const std::string& input : opt.inputs) {
-        std::unique_ptr<FrameSource> source = OpenFrameSource(input, opt.rawSize, error);
-        if (!source) {
-            fail(error);
-            continue;
-        }
-        Frame frame;
-        int done = 0;
-        for (NextStatus status; (status = source->Next(frame, error)) != NextStatus::kEnd;) {
-            progress.Update(++done, source->Count());
-            if (status == NextStatus::kFailed) {
-                fail(error);
-                continue;
-            }
-            bool fresh = false;
-            if (!session.Ready(frame.width, frame.height, fresh)) {
-                fail("Init failed (adapter or model missing? --verbose shows the library's log)");
-                ScanHostSetLogSink(nullptr, nullptr);
-                return 1;
-            }
-            FrameResult r;
-            r.name = frame.name;
-            r.width = frame.width;
-            r.height = frame.height;
-            std::vector<uint8_t> returned(frame.nv21.size());
-            ZoomInfoResult zoom{-1.0f, -1.0f};
-            WarpPicInfo pic{returned.data(), false};
-
-            log.lines.clear();
-            const auto t0 = std::chrono::steady_clock::now();
-            r.rc = Process(session.handle(), frame.nv21.data(), frame.width, frame.height,
-                           frame.width, frame.height, &zoom, &pic);
-            r.ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0)
-                       .count();
-            r.zoomWritten = zoom.bestZoom != -1.0f;
-            r.zoom = zoom;
-            r.sentWarp = pic.sendWarpPic;
-            ReadBoxes(log.lines, r);
-            if (opt.decode) {
-                r.decoded = true;
-                const std::vector<std::string> texts =
-                    ReadCodes(frame.nv21.data(), r.sentWarp ? returned.data() : nullptr,
-                              frame.width, frame.height, r.boxes);
-                for (size_t i = 0; i < texts.size(); ++i) r.boxes[i].text = texts[i];
-            }
-
-            progress.Interrupt();
-            fprintf(results, "%s\n", (opt.json ? ToJson(r) : ToText(r)).c_str());
-            fflush(results);
-            if (!opt.outDir.empty()) {
-                const std::string stem = opt.outDir + "/" + names.For(r.name);
-                const cv::Mat bgr = FromNV21(frame.nv21.data(), frame.width, frame.height);
-                cv::imwrite(stem + ".boxes.jpg", Annotate(bgr, r));
-                if (r.sentWarp) {
-                    cv::imwrite(stem + ".returned.jpg",
-                                FromNV21(returned.data(), frame.width, frame.height));
-                }
-            }
-            ++frames;
-            withBoxes += !r.boxes.empty();
-            sent += r.sentWarp;
-            timing.Add(r.ms, fresh);
-        }
+    try {
+        Run run(opt, results);
+        for (const std::string& input : opt.inputs) run.Input(input);
+        return run.Finish();
+    } catch (const scancode::Error& e) {
+        // Only a library that cannot start ends the run early.
+        fprintf(stderr, "scancode: %s (--verbose shows the library's log)\n", e.what());
+        return 1;
     }
-    session.Close();
-    ScanHostSetLogSink(nullptr, nullptr);
-    if (!opt.json && frames > 0) {
-        fprintf(stderr, "%d frame(s), %d with boxes, %d straightened; Process %s\n", frames,
-                withBoxes, sent, timing.Summary().c_str());
-    }
-    if (failures > 0) fprintf(stderr, "scancode: %d input(s) could not be read\n", failures);
-    return failures ? 1 : 0;
 }

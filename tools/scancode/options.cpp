@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "frame_source.h"
+#include "scancode/scanner.h"
 
 const char* const kUsage =
     "usage: scancode [--json] [--decode] [--out DIR] [--size WxH] [--verbose] INPUT...\n"
@@ -28,7 +28,7 @@ bool ParseSize(const std::string& text, cv::Size& size, std::string& error) {
         return false;
     }
     size = {width, height};
-    if (const std::string why = CheckFrameSize(size); !why.empty()) {
+    if (const std::string why = scancode::CheckFrameSize(width, height); !why.empty()) {
         error = "--size " + text + ": " + why;
         return false;
     }

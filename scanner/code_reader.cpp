@@ -7,6 +7,8 @@
 
 #include <algorithm>
 
+namespace scancode {
+
 namespace {
 
 // Boxes hug the code; the reader needs some of the quiet zone around it, and
@@ -33,9 +35,9 @@ std::string ReadRegion(const uint8_t* luma, int width, int height, const cv::Rec
 }  // namespace
 
 std::vector<std::string> ReadCodes(const uint8_t* nv21, const uint8_t* returnedNv21, int width,
-                                   int height, const std::vector<DetectedBox>& boxes) {
+                                   int height, const std::vector<Box>& boxes) {
     std::vector<std::string> texts;
-    for (const DetectedBox& box : boxes) {
+    for (const Box& box : boxes) {
         std::string text;
         if (returnedNv21 != nullptr) text = ReadRegion(returnedNv21, width, height, box.rect);
         if (text.empty()) text = ReadRegion(nv21, width, height, box.rect);
@@ -43,3 +45,5 @@ std::vector<std::string> ReadCodes(const uint8_t* nv21, const uint8_t* returnedN
     }
     return texts;
 }
+
+}  // namespace scancode

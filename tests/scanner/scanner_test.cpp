@@ -1,0 +1,168 @@
+// scancode::Scanner as a host uses it, with the reference adapter and our
+// model on the sample frames: what each kind of frame gives back, sessions
+// across frame sizes, and the errors a host sees instead of a crash.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "scancode/scanner.h"
+
+namespace {
+
+cv::Mat Sample(const std::string& name) {
+    return scancode::ReadPicture(std::string(SCANCODE_SAMPLES_DIR) + "/" + name);
+}
+
+std::vector<cv::Rect2f> Rects(const scancode::Result& r) {
+    std::vector<cv::Rect2f> rects;
+    for (const scancode::Box& b : r.boxes) rects.push_back(b.rect);
+    return rects;
+}
+
+TEST(Scanner, WhatEachSampleGivesBack) {
+    struct Case {
+        const char* file;
+        int code;
+        int listed, edge;  // boxes kept, boxes in the edge band
+        bool zoom, straightened;
+    };
+    const Case cases[] = {
+        {"headon_code_1080p.jpg", 0, 1, 0, true, false},
+        {"steep_tilt_1080p.jpg", -2, 1, 0, false, true},
+        {"tilted_label_720p.jpg", 0, 1, 1, false, false},
+        {"two_codes_720p.jpg", 0, 2, 0, true, false},
+    };
+    scancode::ScannerOptions options;
+    options.decode = true;
+    scancode::Scanner scanner(options);
+    for (const Case& c : cases) {
+        const scancode::Result r = scanner.Scan(Sample(c.file));
+        EXPECT_EQ(r.code, c.code) << c.file;
+        EXPECT_EQ(r.listedCount(), c.listed) << c.file;
+        EXPECT_EQ(r.libraryCount, c.listed) << c.file;
+        EXPECT_EQ(static_cast<int>(r.boxes.size()) - r.listedCount(), c.edge) << c.file;
+        EXPECT_EQ(r.zoom.has_value(), c.zoom) << c.file;
+        EXPECT_EQ(r.straightened.size(), c.straightened ? r.width * r.height * 3 / 2u : 0u)
+            << c.file;
+        for (const scancode::Box& b : r.boxes)
+            EXPECT_EQ(b.text.empty(), !b.listed) << c.file << ": every kept code reads";
+    }
+    EXPECT_EQ(scanner.sessions(), 2) << "1080p, then 720p";
+}
+
+// Grey and BGRA pictures are the BGR picture's frame: the same luma, so the
+// same boxes; the chroma differs only for BGRA's dropped alpha (none).
+TEST(Scanner, GreyAndBgraFindWhatBgrFinds) {
+    const cv::Mat bgr = Sample("headon_code_1080p.jpg");
+    cv::Mat grey, bgra;
+    cv::cvtColor(bgr, grey, cv::COLOR_BGR2GRAY);
+    cv::cvtColor(bgr, bgra, cv::COLOR_BGR2BGRA);
+    scancode::Scanner scanner;
+    const scancode::Result want = scanner.Scan(bgr);
+    ASSERT_EQ(want.listedCount(), 1);
+    EXPECT_EQ(Rects(scanner.Scan(bgra)), Rects(want));
+    const scancode::Result fromGrey = scanner.Scan(grey);
+    ASSERT_EQ(fromGrey.listedCount(), 1);
+    EXPECT_GT((fromGrey.boxes[0].rect & want.boxes[0].rect).area(),
+              0.9f * want.boxes[0].rect.area());
+}
+
+TEST(Scanner, FrameWithoutACode) {
+    scancode::Scanner scanner;
+    const scancode::Result r = scanner.Scan(cv::Mat(720, 1280, CV_8UC3, cv::Scalar(90, 120, 150)));
+    EXPECT_EQ(r.code, -1);
+    EXPECT_TRUE(r.boxes.empty());
+    EXPECT_FALSE(r.zoom);
+    EXPECT_TRUE(r.straightened.empty());
+}
+
+// A new size starts a new session; the session's first frame is marked as
+// such, and a picture is cut to a size the library takes.
+TEST(Scanner, FrameSizeChangesStartSessions) {
+    const cv::Mat bgr = Sample("two_codes_720p.jpg");
+    cv::Mat small;
+    cv::resize(bgr, small, {645, 363});
+    scancode::Scanner scanner;
+    const std::vector<std::pair<const cv::Mat*, bool>> frames = {
+        {&bgr, true}, {&bgr, false}, {&small, true}, {&bgr, true}};
+    for (const auto& [frame, first] : frames) {
+        const scancode::Result r = scanner.Scan(*frame);
+        EXPECT_EQ(r.firstOfSession, first);
+        EXPECT_EQ(r.width, frame->cols / 16 * 16);
+        EXPECT_EQ(r.height, frame->rows / 2 * 2);
+        EXPECT_NE(r.code, -1) << r.width << "x" << r.height;
+    }
+    EXPECT_EQ(scanner.sessions(), 3);
+}
+
+// Two Scanners share the library's one session: the same size works, another
+// size is refused while both are open, and works once the other is gone.
+TEST(Scanner, TwoScannersShareOneFrameSize) {
+    const cv::Mat big = Sample("headon_code_1080p.jpg");
+    const cv::Mat small = Sample("two_codes_720p.jpg");
+    scancode::Scanner first;
+    EXPECT_EQ(first.Scan(big).code, 0);
+    {
+        scancode::Scanner second;
+        EXPECT_EQ(second.Scan(big).code, 0);
+        EXPECT_THROW(second.Scan(small), scancode::Error);
+        EXPECT_EQ(first.Scan(big).code, 0);
+    }
+    EXPECT_EQ(first.Scan(small).code, 0);
+}
+
+TEST(Scanner, BadInputIsAnError) {
+    const auto message = [](const std::function<void()>& f) -> std::string {
+        try {
+            f();
+        } catch (const scancode::Error& e) {
+            return e.what();
+        }
+        return "(no error)";
+    };
+    const auto opened = [](const char* adapter, const char* model) {
+        scancode::ScannerOptions o;
+        o.adapterPath = adapter;
+        o.modelPath = model;
+        scancode::Scanner scanner(o);
+    };
+    const std::string notModel = std::string(SCANCODE_SAMPLES_DIR) + "/two_codes_720p.jpg";
+    // Opened after the cases that start the library: the model is loaded by
+    // the process's first session only.
+    std::unique_ptr<scancode::Scanner> live;
+    const auto scanner = [&]() -> scancode::Scanner& {
+        if (!live) live = std::make_unique<scancode::Scanner>();
+        return *live;
+    };
+    const std::vector<uint8_t> frame(64 * 32 * 3 / 2);
+    const std::vector<std::pair<std::function<void()>, std::string>> cases = {
+        {[&] { opened("", "/no/such/model.bin"); }, "model /no/such/model.bin: no such file"},
+        {[&] { opened("/no/adapter.so", ""); }, "adapter /no/adapter.so: no such file"},
+        {[&] { opened("", notModel.c_str()); }, "the library could not start"},
+        {[&] { scanner().Scan(frame.data(), frame.size() - 1, 64, 32); },
+         "has 3072 bytes, not 3071"},
+        {[&] { scanner().Scan(frame.data(), frame.size(), 60, 32); }, "multiple of 16"},
+        {[&] { scanner().Scan(frame.data(), frame.size(), 64, 31); }, "height must be even"},
+        {[&] { scanner().Scan(nullptr, 0, 0, 0); }, "must be positive"},
+        {[&] { scanner().Scan(cv::Mat(8, 8, CV_8UC3)); }, "picture too small (8x8"},
+        {[&] { scanner().Scan(cv::Mat(64, 64, CV_32FC3)); }, "8-bit grey, BGR or BGRA"},
+        {[&] { scanner().Scan(cv::Mat(64, 64, CV_8UC2)); }, "8-bit grey, BGR or BGRA"},
+        {[&] {
+             scancode::DecodePicture({'n', 'o'});
+         },
+         "not a picture that can be decoded"},
+        {[&] { scancode::ReadPicture("/no/such.png"); }, "cannot read"},
+    };
+    for (const auto& [call, part] : cases) {
+        const std::string got = message(call);
+        EXPECT_NE(got.find(part), std::string::npos) << got << "\nwanted: " << part;
+    }
+    // The Scanner still works after all of that.
+    EXPECT_EQ(scanner().Scan(Sample("headon_code_1080p.jpg")).code, 0);
+}
+
+}  // namespace
