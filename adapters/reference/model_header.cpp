@@ -19,6 +19,27 @@ bool ReadName(const unsigned char* p, std::string* out) {
     return true;
 }
 
+// The output table: each output's name and quantization.
+bool ReadOutputs(const unsigned char* data, uint32_t count, ModelHeader* header, std::string* why) {
+    ModelHeader& h = *header;
+    for (uint32_t i = 0; i < count; ++i) {
+        const unsigned char* e = data + kFixedHeaderBytes + i * kOutputEntryBytes;
+        OutputInfo o;
+        if (!ReadName(e, &o.name) || h.FindOutput(o.name) >= 0 || o.name == h.inputName) {
+            *why = "bad or repeated name of output " + std::to_string(i);
+            return false;
+        }
+        std::memcpy(&o.scale, e + kNameBytes, 4);
+        std::memcpy(&o.zeroPoint, e + kNameBytes + 4, 4);
+        if (!(o.scale > 0.0f) || !std::isfinite(o.scale)) {
+            *why = "bad scale of output " + o.name;
+            return false;
+        }
+        h.outputs.push_back(o);
+    }
+    return true;
+}
+
 }  // namespace
 
 int ModelHeader::FindOutput(const std::string& name) const {
@@ -72,21 +93,7 @@ bool ParseModelHeader(const unsigned char* data, size_t size, ModelHeader* heade
         *why = "bad crop step " + std::to_string(h.cropStep);
         return false;
     }
-    for (uint32_t i = 0; i < count; ++i) {
-        const unsigned char* e = data + kFixedHeaderBytes + i * kOutputEntryBytes;
-        OutputInfo o;
-        if (!ReadName(e, &o.name) || h.FindOutput(o.name) >= 0 || o.name == h.inputName) {
-            *why = "bad or repeated name of output " + std::to_string(i);
-            return false;
-        }
-        std::memcpy(&o.scale, e + kNameBytes, 4);
-        std::memcpy(&o.zeroPoint, e + kNameBytes + 4, 4);
-        if (!(o.scale > 0.0f) || !std::isfinite(o.scale)) {
-            *why = "bad scale of output " + o.name;
-            return false;
-        }
-        h.outputs.push_back(o);
-    }
+    if (!ReadOutputs(data, count, &h, why)) return false;
     h.onnxSize = onnxSize;
     *header = std::move(h);
     *onnxOffset = headerBytes;

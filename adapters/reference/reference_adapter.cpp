@@ -213,6 +213,95 @@ int Run(Manager& m, Tensor& in, Tensor** outs, int outCount) {
     return 0;
 }
 
+// What a tensor configuration record asks for, and what it is to the model.
+struct TensorRequest {
+    const char* name = nullptr;
+    int32_t index = 0;
+    int dims[4] = {0, 0, 0, 0};  // N, H, W, C
+    int64_t bytes = 1;
+    Role role = Role::kInput;
+    int output = -1;
+};
+
+bool ReadTensorRecord(const void* config, TensorRequest* r, std::string* why) {
+    const auto rank = ReadField<int32_t>(config, kTensorRankOffset);
+    r->name = ReadField<const char*>(config, kTensorNameOffset);
+    r->index = ReadField<int32_t>(config, kTensorIndexOffset);
+    if (r->name == nullptr) {
+        *why = "tensor without a name";
+        return false;
+    }
+    if (rank != 4) {
+        *why = std::string("tensor ") + r->name + " has rank " + std::to_string(rank) + ", not 4";
+        return false;
+    }
+    for (int i = 0; i < 4; ++i) {
+        r->dims[i] = ReadField<int32_t>(config, kTensorDimsOffset + 4 * i);
+        if (r->dims[i] < 1 || (r->bytes *= r->dims[i]) > kMaxTensorBytes) {
+            *why = std::string("bad dimensions for tensor ") + r->name;
+            return false;
+        }
+    }
+    return true;
+}
+
+// The model's input or one of its outputs, at the index the model gives it.
+bool FindRole(const Manager& m, TensorRequest* r, std::string* why) {
+    const int channels = r->dims[3];
+    if (m.header.inputName == r->name) {
+        r->role = Role::kInput;
+        if (r->index != 0) {
+            *why = "input tensor index " + std::to_string(r->index) + " (expected 0)";
+        } else if (channels > kMaxInputChannels) {
+            *why = "input tensor with " + std::to_string(channels) + " channels";
+        } else if (m.header.inputForm == scanref::InputForm::kLuma && channels != 3) {
+            *why = "the model reads luma, which needs an RGB input tensor, not " +
+                   std::to_string(channels) + " channels";
+        }
+        return why->empty();
+    }
+    r->role = Role::kOutput;
+    r->output = m.header.FindOutput(r->name);
+    if (r->output < 0) {
+        *why = std::string("unknown tensor ") + r->name;
+    } else if (r->index != r->output) {
+        *why = std::string("tensor ") + r->name + " has index " + std::to_string(r->index) +
+               ", the model's output is " + std::to_string(r->output);
+    }
+    return why->empty();
+}
+
+// The tensor with its data, and for the input every buffer a run needs.
+Tensor* MakeTensor(Manager& m, const TensorRequest& r, std::string* why) {
+    std::unique_ptr<Tensor> t(new (std::nothrow) Tensor());
+    if (t == nullptr) {
+        *why = std::string("no memory for tensor ") + r.name;
+        return nullptr;
+    }
+    try {
+        t->data.assign(static_cast<size_t>(r.bytes), 0);
+        if (r.role == Role::kInput) {
+            t->form = m.header.inputForm;
+            const bool luma = t->form == scanref::InputForm::kLuma;
+            const int nchw[4] = {r.dims[0], luma ? 1 : r.dims[3], r.dims[1], r.dims[2]};
+            t->blob.create(4, nchw, CV_8U);
+            if (!luma) t->planes.resize(r.dims[3]);
+            if (m.header.cropStep != 0) t->crop.resize(t->blob.total());
+            std::string engineWhy;
+            if (!m.engine->Reserve(nchw[0], nchw[2], nchw[3], &engineWhy))
+                throw std::runtime_error(engineWhy);
+        }
+    } catch (const std::exception& e) {
+        *why = std::string("cannot allocate tensor ") + r.name + ": " + e.what();
+        return nullptr;
+    }
+    t->manager = &m;
+    t->role = r.role;
+    t->output = r.output;
+    std::memcpy(t->dims, r.dims, sizeof(r.dims));
+    return t.release();
+}
+
 }  // namespace
 
 #define SCANREF_EXPORT extern "C" __attribute__((visibility("default")))
@@ -300,81 +389,14 @@ SCANREF_EXPORT void* NNTensorBufferCreateWithConfig(void* manager, const void* c
         Fail(func, "no model loaded");
         return nullptr;
     }
-    const auto rank = ReadField<int32_t>(config, kTensorRankOffset);
-    const auto* name = ReadField<const char*>(config, kTensorNameOffset);
-    const auto index = ReadField<int32_t>(config, kTensorIndexOffset);
-    if (name == nullptr) {
-        Fail(func, "tensor without a name");
+    TensorRequest request;
+    std::string why;
+    Tensor* t = nullptr;
+    if (!ReadTensorRecord(config, &request, &why) || !FindRole(m, &request, &why) ||
+        (t = MakeTensor(m, request, &why)) == nullptr) {
+        Fail(func, why);
         return nullptr;
     }
-    if (rank != 4) {
-        Fail(func, std::string("tensor ") + name + " has rank " + std::to_string(rank) + ", not 4");
-        return nullptr;
-    }
-    int dims[4];
-    int64_t bytes = 1;
-    for (int i = 0; i < 4; ++i) {
-        dims[i] = ReadField<int32_t>(config, kTensorDimsOffset + 4 * i);
-        if (dims[i] < 1 || (bytes *= dims[i]) > kMaxTensorBytes) {
-            Fail(func, std::string("bad dimensions for tensor ") + name);
-            return nullptr;
-        }
-    }
-
-    Role role;
-    int output = -1;
-    if (m.header.inputName == name) {
-        if (index != 0) {
-            Fail(func, "input tensor index " + std::to_string(index) + " (expected 0)");
-            return nullptr;
-        }
-        if (dims[3] > kMaxInputChannels) {
-            Fail(func, "input tensor with " + std::to_string(dims[3]) + " channels");
-            return nullptr;
-        }
-        if (m.header.inputForm == scanref::InputForm::kLuma && dims[3] != 3) {
-            Fail(func, "the model reads luma, which needs an RGB input tensor, not " +
-                           std::to_string(dims[3]) + " channels");
-            return nullptr;
-        }
-        role = Role::kInput;
-    } else {
-        output = m.header.FindOutput(name);
-        if (output < 0) {
-            Fail(func, std::string("unknown tensor ") + name);
-            return nullptr;
-        }
-        if (index != output) {
-            Fail(func, std::string("tensor ") + name + " has index " + std::to_string(index) +
-                           ", the model's output is " + std::to_string(output));
-            return nullptr;
-        }
-        role = Role::kOutput;
-    }
-
-    auto* t = new (std::nothrow) Tensor();
-    if (t == nullptr) return nullptr;
-    try {
-        t->data.assign(static_cast<size_t>(bytes), 0);
-        if (role == Role::kInput) {
-            t->form = m.header.inputForm;
-            const bool luma = t->form == scanref::InputForm::kLuma;
-            const int nchw[4] = {dims[0], luma ? 1 : dims[3], dims[1], dims[2]};
-            t->blob.create(4, nchw, CV_8U);
-            if (!luma) t->planes.resize(dims[3]);
-            if (m.header.cropStep != 0) t->crop.resize(t->blob.total());
-            std::string why;
-            if (!m.engine->Reserve(nchw[0], nchw[2], nchw[3], &why)) throw std::runtime_error(why);
-        }
-    } catch (const std::exception& e) {
-        delete t;
-        Fail(func, std::string("cannot allocate tensor ") + name + ": " + e.what());
-        return nullptr;
-    }
-    t->manager = &m;
-    t->role = role;
-    t->output = output;
-    std::memcpy(t->dims, dims, sizeof(dims));
     return t;
 }
 

@@ -62,6 +62,7 @@ class XnnpackEngine : public Engine {
 
   private:
     bool Plan(const ModelHeader& header, std::string* why);
+    bool AddStep(const OnnxNode& node, std::map<std::string, int>& mapOf, std::string* why);
     void FoldPatches();
     bool Create(Step& s, std::string* why);
     bool Setup(int n, int h, int w, bool allocate, std::string* why);
@@ -80,6 +81,37 @@ class XnnpackEngine : public Engine {
 };
 
 // Assigns every value of the graph a map, folding ReLUs and transposes away.
+// A step for a layer that writes a map of its own, checked against its inputs.
+bool XnnpackEngine::AddStep(const OnnxNode& node, std::map<std::string, int>& mapOf,
+                            std::string* why) {
+    Step s;
+    s.op = node.op;
+    s.node = &node;
+    s.in[0] = mapOf.at(node.inputs[0]);
+    int channels = maps_[s.in[0]].channels;
+    if (node.op == Op::kConv) {
+        if (node.inChannels != channels) {
+            *why = "a convolution expects " + std::to_string(node.inChannels) +
+                   " channels, its input has " + std::to_string(channels);
+            return false;
+        }
+        channels = node.outChannels;
+    } else if (node.op == Op::kAdd) {
+        s.in[1] = mapOf.at(node.inputs[1]);
+        if (maps_[s.in[1]].channels != channels) {
+            *why = "an addition of maps with different channel counts";
+            return false;
+        }
+    } else if (node.op == Op::kRelu) {
+        s.relu = true;
+    }
+    s.out = static_cast<int>(maps_.size());
+    maps_.push_back(Map(channels));
+    mapOf[node.output] = s.out;
+    steps_.push_back(s);
+    return true;
+}
+
 bool XnnpackEngine::Plan(const ModelHeader& header, std::string* why) {
     std::map<std::string, int> mapOf = {{graph_.input, 0}};
     std::map<std::string, int> uses;
@@ -109,32 +141,8 @@ bool XnnpackEngine::Plan(const ModelHeader& header, std::string* why) {
             mapOf[node.output] = in;
             continue;
         }
-        Step s;
-        s.op = node.op;
-        s.node = &node;
-        s.in[0] = in;
-        int channels = maps_[in].channels;
-        if (node.op == Op::kConv) {
-            if (node.inChannels != channels) {
-                *why = "a convolution expects " + std::to_string(node.inChannels) +
-                       " channels, its input has " + std::to_string(channels);
-                return false;
-            }
-            channels = node.outChannels;
-        } else if (node.op == Op::kAdd) {
-            s.in[1] = mapOf.at(node.inputs[1]);
-            if (maps_[s.in[1]].channels != channels) {
-                *why = "an addition of maps with different channel counts";
-                return false;
-            }
-        } else if (node.op == Op::kRelu) {
-            s.relu = true;
-        }
-        s.out = static_cast<int>(maps_.size());
-        maps_.push_back(Map(channels));
-        mapOf[node.output] = s.out;
-        stepMaking[s.out] = static_cast<int>(steps_.size());
-        steps_.push_back(s);
+        if (!AddStep(node, mapOf, why)) return false;
+        stepMaking[steps_.back().out] = static_cast<int>(steps_.size()) - 1;
     }
     for (const auto& o : header.outputs) {
         if (!channelsLast.count(o.name)) {

@@ -18,6 +18,30 @@ double CpuMs() {
     return t.tv_sec * 1e3 + t.tv_nsec * 1e-6;
 }
 
+// One code in the middle of each frame, larger frame by frame, on desks and
+// natural pictures in turn.
+std::vector<Frame> SpeedFrames(cv::Size size, int count, const Backgrounds& bg) {
+    std::vector<Frame> frames(count);
+    for (int i = 0; i < count; ++i) {
+        SceneSetup setup;
+        setup.frameSize = size;
+        setup.seed = 500 + i;
+        setup.surface = i % 2 ? Surface::kNatural : Surface::kPaperOnDesk;
+        const std::vector<cv::Mat>& pool = i % 2 ? bg.natural : bg.desks;
+        cv::Mat background;
+        if (!pool.empty()) background = CoverFrame(pool[i % pool.size()], size);
+        setup.background = pool.empty() ? nullptr : &background;
+        CodePlacement c;
+        c.text = SampleText(500 + i);
+        const float side = 0.25f * std::min(size.width, size.height) * (1 + 0.1f * i);
+        c.corners = FitQuad(ViewedSquare({0, 0}, 100, 5.0 * i, 15.0 * (i % 4), 30.0 * i),
+                            {size.width * 0.5f, size.height * 0.5f}, side);
+        setup.codes.push_back(c);
+        ToNV21Frame(RenderScene(setup).frame, frames[i]);
+    }
+    return frames;
+}
+
 }  // namespace
 
 nlohmann::ordered_json RunSpeed(const Options& o, Detectors& det, const Backgrounds& bg) {
@@ -29,24 +53,7 @@ nlohmann::ordered_json RunSpeed(const Options& o, Detectors& det, const Backgrou
         "interleaved\n",
         framesPerSize * (rounds - 1), framesPerSize, rounds - 1);
     for (const cv::Size size : sizes) {
-        std::vector<Frame> frames(framesPerSize);
-        for (int i = 0; i < framesPerSize; ++i) {
-            SceneSetup setup;
-            setup.frameSize = size;
-            setup.seed = 500 + i;
-            setup.surface = i % 2 ? Surface::kNatural : Surface::kPaperOnDesk;
-            const std::vector<cv::Mat>& pool = i % 2 ? bg.natural : bg.desks;
-            cv::Mat background;
-            if (!pool.empty()) background = CoverFrame(pool[i % pool.size()], size);
-            setup.background = pool.empty() ? nullptr : &background;
-            CodePlacement c;
-            c.text = SampleText(500 + i);
-            const float side = 0.25f * std::min(size.width, size.height) * (1 + 0.1f * i);
-            c.corners = FitQuad(ViewedSquare({0, 0}, 100, 5.0 * i, 15.0 * (i % 4), 30.0 * i),
-                                {size.width * 0.5f, size.height * 0.5f}, side);
-            setup.codes.push_back(c);
-            ToNV21Frame(RenderScene(setup).frame, frames[i]);
-        }
+        const std::vector<Frame> frames = SpeedFrames(size, framesPerSize, bg);
         std::vector<double> ours, theirs, oursCpu, theirsCpu;
         LibraryFrame out;
         for (int round = 0; round < rounds; ++round) {
