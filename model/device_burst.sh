@@ -66,7 +66,7 @@ log=$out/burst.log
 start=model/ckpt/train_state.pt
 "$py" -c "import sys, torch, cv2, numpy; print(sys.version.split()[0], 'torch', torch.__version__, 'cuda',
 torch.cuda.is_available(), 'opencv', cv2.__version__, 'numpy', numpy.__version__)" | tee "$log"
-if "$py" -c "import sys, torch; s = torch.load('$start', map_location='cpu'); sys.exit(s['step'] >= s['args']['total_steps'])"; then
+if "$py" -c "import sys, torch; s = torch.load('$start', map_location='cpu', weights_only=False); sys.exit(s['step'] >= s['args']['total_steps'])"; then
   run=(--resume "$start")
 else
   # run 5: run 4's weights on the new data, hard negatives in three frames of ten

@@ -854,7 +854,13 @@ def foliage(rng, w, h, s):
         pts = (pts @ rot.T + c).astype(np.int32)
         col = green * rng.uniform(0.5, 1.5)
         cv2.fillPoly(frame, [pts], tuple(float(v) for v in col), cv2.LINE_AA)
-        cv2.line(frame, tuple(pts[0]), tuple(pts[15]), tuple(float(v) for v in col * 1.3 + 20), max(1, int(ln / 40)))
+        cv2.line(
+            frame,
+            tuple(map(int, pts[0])),
+            tuple(map(int, pts[15])),
+            tuple(float(v) for v in col * 1.3 + 20),
+            max(1, int(ln / 40)),
+        )
     return frame.clip(0, 255).astype(np.uint8)
 
 

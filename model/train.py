@@ -387,7 +387,9 @@ def main(argv=None):
     args = ap.parse_args(argv)
 
     torch.set_num_threads(args.threads)
-    state = torch.load(args.resume, map_location="cpu") if args.resume else None
+    # a state holds the run's settings and random state beside tensors, which newer
+    # torch versions load only when asked to
+    state = torch.load(args.resume, map_location="cpu", weights_only=False) if args.resume else None
     if state:
         for k in RUN_ARGS:  # a run saved before a setting existed ran at its default
             setattr(args, k, state["args"].get(k, ap.get_default(k)))
@@ -396,7 +398,7 @@ def main(argv=None):
     rng = np.random.default_rng(args.seed)
     step = 0
     if args.init:
-        model.load_state_dict(torch.load(args.init, map_location="cpu")["model"])
+        model.load_state_dict(torch.load(args.init, map_location="cpu", weights_only=False)["model"])
     if state:
         model.load_state_dict(state["model"])
         rng.bit_generator.state = state["rng"]
