@@ -1242,9 +1242,9 @@ def make_frame(
 
 
 def plane_points(rng, pts, max_tilt_deg, max_roll_deg):
-    """Points of a plane (x, y, centred on 0) seen by a pinhole camera after a
-    3-D tilt of up to `max_tilt_deg` and a turn in the picture of up to
-    `max_roll_deg`, in units of the plane's, centred on 0."""
+    """Points of a plane (x, y, centred on 0, within a unit square as tilted_square's)
+    seen by a pinhole camera after a 3-D tilt of up to `max_tilt_deg` and a turn in
+    the picture of up to `max_roll_deg`, at about the plane's scale."""
     tilt = math.radians(rng.uniform(0, max_tilt_deg))
     axis = rng.uniform(0, 2 * math.pi)
     rx, ry = tilt * math.cos(axis), tilt * math.sin(axis)
@@ -1300,7 +1300,7 @@ def code_grid(rng, frame, lo, hi, boxes, quads):
     for attempt in range(5):
         if attempt == 4:
             tilt = roll = 0.0
-        pts = np.concatenate([src] + corners) - centre
+        pts = (np.concatenate([src] + corners) - centre) / max(sheet_w, sheet_h)
         proj = plane_points(rng, pts, tilt, roll)
         code_pts = proj[4:].reshape(-1, 4, 2)
         side = max((q.max(axis=0) - q.min(axis=0)).max() for q in code_pts)

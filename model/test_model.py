@@ -114,14 +114,17 @@ class DataTest(unittest.TestCase):
 
     def test_grid_codes_are_boxes_apart_inside_the_frame(self):
         rng = np.random.default_rng(26)
-        one_code = np.array([0.0, 1.0, 0.0, 0.0, 0.0])
-        for w, h in [(1280, 720), (720, 1280), (1920, 1080)] * 3:
-            _, boxes, _ = qrdata.make_frame(rng, frame_size=(w, h), ncode_p=one_code, extras=(0.0, 0.0, 1.0))
+        for w, h in [(1280, 720), (720, 1280), (1920, 1080)] * 10:
+            boxes, quads = [], []
+            qrdata.code_grid(rng, np.zeros((h, w, 3), np.uint8), 20.0, 300.0, boxes, quads)
             self.assertIn(len(boxes), (4, 6))
             for i, a in enumerate(boxes):
                 self.assertTrue(0 <= a[0] < a[2] <= w and 0 <= a[1] < a[3] <= h, a)
                 for b in boxes[:i]:
                     self.assertTrue(a[2] < b[0] or b[2] < a[0] or a[3] < b[1] or b[3] < a[1], (a, b))
+            # one sheet seen from 1.6 widths or more: perspective alone makes no code twice another's size
+            sides = [max(b[2] - b[0], b[3] - b[1]) for b in boxes]
+            self.assertLess(max(sides) / min(sides), 2.0, boxes)
 
 
 class QuantTest(unittest.TestCase):
