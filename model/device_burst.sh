@@ -4,7 +4,7 @@
 # and no network. One command of at most 9 minutes.
 #
 #   bash model/device_burst.sh --prepare        # here, first: fills .burst/ (ignored by git)
-#   OUT=DIR bash model/device_burst.sh [MINUTES (8)]   # there: trains, leaves the state in DIR
+#   OUT=DIR bash model/device_burst.sh [MINUTES (7.5)]   # there: trains, leaves the state in DIR
 #
 # --prepare copies what the machine lacks into .burst/: segno's pure-Python source
 # from its Debian package, and the wallpaper photos the frames are composed on,
@@ -15,7 +15,8 @@
 # The burst goes on with the run model/ckpt/train_state.pt belongs to when that run
 # is unfinished, and otherwise begins the next run from its weights (the settings
 # below, run 5). Frames are rendered by 16 workers; training stops after MINUTES
-# (or at a SIGTERM 30 s later) and saves its state, with the log, into $OUT.
+# (or at a SIGTERM a minute later) and saves its state, with the log, into $OUT:
+# 7.5 minutes leave the whole command under 9 with the start-up and the margin.
 # WORKERS, THREADS and PY override the worker count, the trainer's CPU threads and
 # the interpreter (the first python3 with torch otherwise); BURST_ARGS is added to
 # train.py's arguments (a dry run on two cores: "--first-frames 16").
@@ -50,7 +51,7 @@ EOF
   exit 0
 fi
 
-minutes=${1:-8}
+minutes=${1:-7.5}
 out=${OUT:?OUT must name the folder the state goes to}
 [ -d "$burst/py/segno" ] || { echo "device_burst: run --prepare first and carry $burst" >&2; exit 1; }
 py=${PY:-}
@@ -75,10 +76,12 @@ else
 fi
 echo "device_burst: ${run[*]}, $minutes min" | tee -a "$log"
 read -ra extra <<<"${BURST_ARGS:-}"
-limit=$("$py" -c "print(int(float('$minutes') * 60) + 30)")
-# train.py stops by itself after MINUTES; the SIGTERM is for a step or a wait that
-# overruns (it saves on it), the KILL for a save that hangs
-timeout -s TERM -k 20 "$limit" "$py" -m model.train "${run[@]}" --state "$out/train_state.pt" \
+limit=$("$py" -c "print(int(float('$minutes') * 60) + 60)")
+# train.py stops by itself MINUTES after its loop starts (torch's and the GPU's
+# start-up come before); the SIGTERM is for a step or a wait that overruns, and goes
+# to the trainer alone (--foreground), which ends its step, stops its workers and
+# saves; the KILL is for a save that hangs
+timeout --foreground -s TERM -k 15 "$limit" "$py" -m model.train "${run[@]}" --state "$out/train_state.pt" \
   --minutes "$minutes" --workers "${WORKERS:-16}" --threads "${THREADS:-4}" \
   --cache "${TMPDIR:-/tmp}/scancode-burst-cache" "${extra[@]}" 2>&1 | tee -a "$log"
 ls -l "$out"
