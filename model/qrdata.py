@@ -144,6 +144,20 @@ def qr_matrix(rng):
     return np.array(code.matrix, np.uint8)
 
 
+def low_version_matrix(rng, versions):
+    """A code of a version in `versions` (first, last), holding as much random text as
+    that version takes at a random error-correction level."""
+    version = int(rng.integers(versions[0], versions[1] + 1))
+    error = str(rng.choice(EC_LEVELS))
+    data = random_text(rng, 1, 60)
+    while True:
+        try:
+            code = segno.make(data, error=error, version=version, micro=False, boost_error=False)
+            return np.array(code.matrix, np.uint8)
+        except segno.DataOverflowError:
+            data = data[: len(data) // 2]
+
+
 def ink_and_paper(rng):
     if rng.random() < 0.8:
         ink = np.full(3, rng.uniform(0, 90))
@@ -176,6 +190,12 @@ _photos = None
 
 
 def photo_paths():
+    """The wallpapers, in a fixed order: a frame picks one by its number. Where
+    QRDATA_PHOTOS names a folder (a machine without the packages), the same pictures
+    prepared smaller, named in that order."""
+    folder = os.environ.get("QRDATA_PHOTOS")
+    if folder:
+        return sorted(glob.glob(os.path.join(folder, "*.jpg")))
     return sorted(
         p
         for p in {p for g in PHOTO_GLOBS for p in glob.glob(g)}
@@ -586,6 +606,431 @@ def degrade(rng, img):
     return img
 
 
+# --- hard negatives -------------------------------------------------------------
+#
+# Textured things that are not codes, drawn procedurally by kind: where the detector
+# still draws boxes (trays of coins, pixel-art icons, fruit cut open, textured blobs)
+# and what else a camera pointed at a code sees beside it. Sizes are chosen in input
+# pixels (divided by the letterbox scale `s`), since what matters is how large a
+# thing is next to the codes the network has learnt.
+
+
+def _paste(frame, img, mask, x, y):
+    """Blend `img` (with opacity `mask`, or opaque) into `frame` with its top-left
+    at integer (x, y), clipped at the frame's edges: things seen from straight above
+    need no warp, which keeps scenes of hundreds of them cheap."""
+    fh, fw = frame.shape[:2]
+    sh, sw = img.shape[:2]
+    x0, y0, x1, y1 = max(x, 0), max(y, 0), min(x + sw, fw), min(y + sh, fh)
+    if x1 <= x0 or y1 <= y0:
+        return
+    src = img[y0 - y : y1 - y, x0 - x : x1 - x].astype(np.float32)
+    if mask is None:
+        frame[y0:y1, x0:x1] = src.astype(np.uint8)
+        return
+    a = mask[y0 - y : y1 - y, x0 - x : x1 - x].astype(np.float32)[..., None] / 255.0
+    frame[y0:y1, x0:x1] = (frame[y0:y1, x0:x1] * (1 - a) + src * a).astype(np.uint8)
+
+
+def _disc(size, wobble=None):
+    """Polar coordinates over a size x size picture and an anti-aliased round mask
+    whose radius follows `wobble` (a function of the angle) when given."""
+    yy, xx = np.mgrid[0:size, 0:size].astype(np.float32)
+    c = (size - 1) / 2
+    rr, th = np.hypot(xx - c, yy - c), np.arctan2(yy - c, xx - c)
+    r = size / 2 - 1 if wobble is None else (size / 2 - 1) * wobble(th)
+    mask = (np.clip(r - rr + 0.5, 0, 1) * 255).astype(np.uint8)
+    return rr / (size / 2), th, mask
+
+
+def _wobble(rng, amount):
+    """A radius that varies smoothly with the angle, for things that are only roughly round."""
+    k = rng.integers(2, 6, 3)
+    a = rng.uniform(0, amount, 3)
+    p = rng.uniform(0, 2 * math.pi, 3)
+    return lambda th: (1 - a.sum()) + sum(a[i] * np.cos(k[i] * th + p[i]) for i in range(3))
+
+
+def metal_coin(rng, size):
+    """A coin from above: a metal disc whose relief (raised rim, beads, numerals,
+    strokes of a figure) is lit from one side, as the shading of embossed metal is."""
+    size = int(max(size, 8))
+    rr, th, mask = _disc(size)
+    height = np.zeros((size, size), np.float32)
+    height += rr > rng.uniform(0.8, 0.92)  # raised rim
+    if rng.random() < 0.5:  # a ring of beads inside the rim
+        nb = int(rng.integers(20, 60))
+        for a in np.linspace(0, 2 * math.pi, nb, endpoint=False):
+            p = (int(size / 2 + 0.76 * size / 2 * math.cos(a)), int(size / 2 + 0.76 * size / 2 * math.sin(a)))
+            cv2.circle(height, p, max(1, size // 40), 1.0, -1)
+    for _ in range(int(rng.integers(1, 4))):  # numerals and letters
+        scale = size / rng.uniform(40, 90)
+        org = (int(size * rng.uniform(0.15, 0.45)), int(size * rng.uniform(0.4, 0.8)))
+        text = "".join(rng.choice(list(string.digits + string.ascii_uppercase), int(rng.integers(1, 5))))
+        cv2.putText(height, text, org, int(rng.integers(0, 8)), scale, 1.0, max(1, size // 30))
+    for _ in range(int(rng.integers(0, 8))):  # strokes of a figure or a building
+        p0 = (int(rng.uniform(0.25, 0.75) * size), int(rng.uniform(0.25, 0.75) * size))
+        p1 = (p0[0] + int(rng.uniform(-0.25, 0.25) * size), p0[1] + int(rng.uniform(-0.25, 0.25) * size))
+        cv2.line(height, p0, p1, 0.8, max(1, size // int(rng.integers(12, 30))))
+    height = cv2.GaussianBlur(height, (0, 0), max(0.5, size / 80))
+    ang = rng.uniform(0, 2 * math.pi)
+    light = cv2.Sobel(height, cv2.CV_32F, 1, 0) * math.cos(ang) + cv2.Sobel(height, cv2.CV_32F, 0, 1) * math.sin(ang)
+    metal = [(205, 170, 90), (190, 190, 196), (180, 105, 70), (150, 150, 140)][int(rng.integers(4))]
+    tone = np.array(metal, np.float32) * rng.uniform(0.55, 1.15)
+    img = tone * (0.85 + rng.uniform(0.5, 1.5) * light[..., None] - 0.2 * rr[..., None] ** 2)
+    img += rng.uniform(20, 90) * np.exp(-(((rr - rng.uniform(0, 0.6)) * 3) ** 2))[..., None]  # sheen
+    return img.clip(0, 255).astype(np.uint8), mask
+
+
+def coin_tray(rng, w, h, s):
+    """A tray, drawer or table of coins: rows in the wells of a tray or a loose heap,
+    all of about one size, 16 to 80 input pixels across."""
+    surface = np.empty((h, w, 3), np.float32)
+    surface[:] = rng.uniform(10, 160) * rng.uniform(0.6, 1.2, 3)
+    surface += rng.normal(0, rng.uniform(2, 12), (h, w, 1))
+    frame = surface.clip(0, 255).astype(np.uint8)
+    d = math.exp(rng.uniform(math.log(16), math.log(80))) / s
+    if rng.random() < 0.6:  # rows in a tray's wells, every few empty
+        pitch = d * rng.uniform(1.02, 1.4)
+        well = tuple(float(v) for v in frame[0, 0] * rng.uniform(0.4, 0.8))
+        hex_rows = rng.random() < 0.5
+        for r in range(int(h / pitch) + 1):
+            for c in range(int(w / pitch) + 1):
+                x = c * pitch + (pitch / 2 if hex_rows and r % 2 else 0)
+                y = r * pitch * (0.87 if hex_rows else 1.0)
+                cv2.circle(frame, (int(x + pitch / 2), int(y + pitch / 2)), int(pitch * 0.48), well, -1, cv2.LINE_AA)
+                if rng.random() < 0.85:
+                    size = int(d * rng.uniform(0.9, 1.05))
+                    img, mask = metal_coin(rng, size)
+                    _paste(frame, img, mask, int(x + (pitch - size) / 2), int(y + (pitch - size) / 2))
+    else:  # a heap: overlapping, any number
+        for _ in range(int(rng.uniform(0.3, 2.0) * w * h / (d * d))):
+            size = int(d * rng.uniform(0.8, 1.2))
+            img, mask = metal_coin(rng, size)
+            _paste(frame, img, mask, int(rng.uniform(-d / 2, w)), int(rng.uniform(-d / 2, h)))
+    return frame
+
+
+def fruit_half(rng, size):
+    """A fruit cut in half: citrus wedges round a pale core, or the radial streaks and
+    ring of dark seeds of a kiwi or fig, inside a rind."""
+    size = int(max(size, 12))
+    rr, th, mask = _disc(size, _wobble(rng, 0.06))
+    rind = rng.uniform(0.03, 0.12)
+    flesh = np.array(
+        [(240, 170, 40), (230, 200, 60), (120, 170, 50), (200, 70, 80), (220, 120, 110)][int(rng.integers(5))],
+        np.float32,
+    ) * rng.uniform(0.7, 1.1, 3)
+    skin = np.array([(220, 120, 20), (90, 60, 40), (90, 40, 90), (60, 110, 40)][int(rng.integers(4))], np.float32)
+    streak = 1 + 0.12 * np.sin(th * rng.uniform(40, 120) + rng.normal(0, 1, (size, size)))
+    img = flesh * streak[..., None] * (0.8 + 0.25 * rr[..., None])
+    if rng.random() < 0.5:  # citrus: wedges parted by pale membranes
+        n = int(rng.integers(7, 14))
+        edge = np.abs(((th / (2 * math.pi) * n) % 1) - 0.5) > 0.45
+        img[edge & (rr > 0.15)] = flesh * 1.2 + 30
+    else:  # kiwi or fig: seeds in a ring, oriented along the radius
+        for _ in range(int(rng.integers(30, 140))):
+            a, r = rng.uniform(0, 2 * math.pi), rng.uniform(0.25, 0.6) * size / 2
+            p = (int(size / 2 + r * math.cos(a)), int(size / 2 + r * math.sin(a)))
+            ax = (max(1, int(size / rng.uniform(25, 60))), max(1, int(size / rng.uniform(60, 120))))
+            cv2.ellipse(img, p, ax, math.degrees(a), 0, 360, tuple(rng.uniform(0, 60, 3)), -1)
+    img[rr < rng.uniform(0.1, 0.25)] = flesh * 0.5 + 120  # the core
+    img[rr > 1 - rind] = skin * rng.uniform(0.6, 1.1)
+    return cv2.GaussianBlur(img, (0, 0), max(0.4, size / 300)).clip(0, 255).astype(np.uint8), mask
+
+
+def textured_blob(rng, size):
+    """A roughly round thing with a busy surface (a sponge, a cookie, bread, cork, a
+    pizza): a wobbly disc of pores and crumbs over a darker crust."""
+    size = int(max(size, 12))
+    rr, _, mask = _disc(size, _wobble(rng, 0.15))
+    base = rng.uniform(60, 230) * rng.uniform(0.6, 1.1, 3)
+    img = np.empty((size, size, 3), np.float32)
+    img[:] = base
+    cells = max(2, size // int(rng.integers(3, 12)))
+    noise = cv2.resize(rng.normal(0, 1, (cells, cells)).astype(np.float32), (size, size), interpolation=cv2.INTER_CUBIC)
+    img *= (1 + rng.uniform(0.1, 0.4) * noise)[..., None]
+    for _ in range(int(rng.uniform(0.005, 0.03) * size * size / 4)):  # pores and crumbs
+        p = (int(rng.integers(size)), int(rng.integers(size)))
+        col = tuple(float(v) for v in base * rng.uniform(0.2, 1.4))
+        cv2.circle(img, p, max(1, int(size * rng.uniform(0.005, 0.04))), col, -1)
+    img *= (1 - 0.4 * np.clip((rr - 0.8) / 0.2, 0, 1))[..., None]
+    return img.clip(0, 255).astype(np.uint8), mask
+
+
+def pixel_icon(rng, size):
+    """A pixel-art icon: a blocky glyph of 8 to 16 pixels a side in a few flat colours
+    on a plain or framed tile, as toolbars, app grids and game inventories show them."""
+    n = int(rng.integers(8, 17))
+    pal = rng.uniform(0, 255, (int(rng.integers(2, 5)), 3))
+    grid = pal[rng.integers(0, len(pal), (n, n))]
+    shape = rng.random((n, n)) < rng.uniform(0.3, 0.7)
+    if rng.random() < 0.6:  # mirrored, as most icons are
+        shape[:, n - n // 2 :] = shape[:, : n // 2][:, ::-1]
+    tile = rng.uniform(0, 255, 3)
+    img = np.where(shape[..., None], grid, tile)
+    if rng.random() < 0.5:  # a frame round the tile
+        img[[0, -1]] = img[:, [0, -1]] = rng.uniform(0, 80)
+    size = int(max(size, n))
+    img = cv2.resize(img.astype(np.float32), (size, size), interpolation=cv2.INTER_NEAREST)
+    return img.clip(0, 255).astype(np.uint8), None
+
+
+def pixel_art(rng, w, h, s):
+    """Icons and sprites of 20 to 60 input pixels on a plain background, in a tidy
+    grid or scattered: the size of a small code, and as blocky."""
+    frame = np.empty((h, w, 3), np.uint8)
+    frame[:] = rng.uniform(0, 255) + rng.uniform(-20, 20, 3)
+    lo, hi = 20 / s, 60 / s
+    if rng.random() < 0.5:
+        size = rng.uniform(lo, hi)
+        pitch = size * rng.uniform(1.15, 2.0)
+        for y in np.arange(rng.uniform(0, pitch), h, pitch):
+            for x in np.arange(rng.uniform(0, pitch), w, pitch):
+                if rng.random() < 0.8:
+                    img, mask = (pixel_icon if rng.random() < 0.6 else sprite)(rng, int(size))
+                    _paste(frame, img, mask, int(x), int(y))
+    else:
+        for _ in range(int(rng.integers(10, 80))):
+            size = int(math.exp(rng.uniform(math.log(lo), math.log(hi))))
+            img, mask = (pixel_icon if rng.random() < 0.6 else sprite)(rng, size)
+            _paste(frame, img, mask, int(rng.integers(-size // 2, w)), int(rng.integers(-size // 2, h)))
+    return frame
+
+
+def fabric(rng, w, h, s):
+    """Woven cloth: plain weave, twill or houndstooth threads of 2 to 10 input pixels,
+    often in a check of coloured stripes, rippled by folds."""
+    t = max(2, int(rng.uniform(2, 10) / s))
+    kind = int(rng.integers(3))
+    if kind == 0:
+        weave = np.indices((2, 2)).sum(axis=0) % 2
+    elif kind == 1:
+        k = int(rng.integers(3, 6))
+        weave = (np.add.outer(np.arange(k), np.arange(k)) % k) < k // 2 + 1
+    else:
+        weave = np.array(
+            [[1, 1, 1, 1, 0, 0, 0, 1], [1, 1, 1, 0, 0, 0, 1, 1], [1, 1, 0, 0, 0, 1, 1, 1]] * 2 + [[0] * 8] * 2
+        )
+        weave = np.roll(weave, 3, axis=0)
+    ny, nx = h // t + 2, w // t + 2
+    up = np.tile(weave, (ny // weave.shape[0] + 1, nx // weave.shape[1] + 1))[:ny, :nx].astype(bool)
+    a, b = _two_colours(rng)
+    warp = np.tile(a, (nx, 1))
+    weft = np.tile(b, (ny, 1))
+    if rng.random() < 0.5:  # coloured stripes make a check
+        for cols, n in ((warp, nx), (weft, ny)):
+            band = int(rng.integers(3, 20))
+            cols[(np.arange(n) // band) % 2 == 1] = rng.uniform(0, 255, 3)
+    cells = np.where(up[..., None], warp[None], weft[:, None])
+    img = cv2.resize(cells.astype(np.float32), (nx * t, ny * t), interpolation=cv2.INTER_NEAREST)
+    shade = 0.75 + 0.25 * np.sin(np.arange(t) / t * math.pi)  # a thread is rounded
+    img *= np.where(np.kron(up, np.ones((t, t))) > 0, np.tile(shade, nx)[None], np.tile(shade, ny)[:, None])[..., None]
+    img = img[:h, :w]
+    cells = int(rng.integers(2, 6))
+    fold = cv2.resize(rng.normal(0, 1, (cells, cells)).astype(np.float32), (w, h), interpolation=cv2.INTER_CUBIC)
+    dx = fold * rng.uniform(0, 8 * t)
+    mx, my = np.meshgrid(np.arange(w, dtype=np.float32), np.arange(h, dtype=np.float32))
+    img = cv2.remap(img, mx + dx, my + dx * 0.5, cv2.INTER_LINEAR, borderMode=cv2.BORDER_REFLECT)
+    img *= (1 + 0.25 * fold)[..., None]
+    return img.clip(0, 255).astype(np.uint8)
+
+
+def foliage(rng, w, h, s):
+    """Leaves of 15 to 120 input pixels piled over a dark ground, each a pointed oval
+    in its own green with a paler midrib."""
+    frame = np.empty((h, w, 3), np.float32)
+    frame[:] = np.array([25, 40, 20]) * rng.uniform(0.5, 1.5)
+    size = math.exp(rng.uniform(math.log(15), math.log(120))) / s
+    green = np.array([60, 110, 40]) * rng.uniform(0.6, 1.4, 3)
+    for _ in range(int(2.5 * w * h / (size * size * 0.4))):
+        ln = size * rng.uniform(0.6, 1.3)
+        c = np.array([rng.uniform(0, w), rng.uniform(0, h)])
+        a = rng.uniform(0, 2 * math.pi)
+        u = np.linspace(-1, 1, 16)
+        half = ln * 0.22 * rng.uniform(0.6, 1.4) * np.sqrt(1 - u**2) * (1 - 0.3 * u)
+        pts = np.concatenate([np.stack([u * ln / 2, half], 1), np.stack([u[::-1] * ln / 2, -half[::-1]], 1)])
+        rot = np.array([[math.cos(a), -math.sin(a)], [math.sin(a), math.cos(a)]])
+        pts = (pts @ rot.T + c).astype(np.int32)
+        col = green * rng.uniform(0.5, 1.5)
+        cv2.fillPoly(frame, [pts], tuple(float(v) for v in col), cv2.LINE_AA)
+        cv2.line(
+            frame,
+            tuple(map(int, pts[0])),
+            tuple(map(int, pts[15])),
+            tuple(float(v) for v in col * 1.3 + 20),
+            max(1, int(ln / 40)),
+        )
+    return frame.clip(0, 255).astype(np.uint8)
+
+
+def tiles(rng, w, h, s):
+    """A mosaic or tiled wall: square tiles of 6 to 40 input pixels in a few colours,
+    some laid in figures, with grout between them."""
+    t = max(3, int(rng.uniform(6, 40) / s))
+    ny, nx = h // t + 1, w // t + 1
+    pal = rng.uniform(0, 255, (int(rng.integers(2, 7)), 3))
+    idx = rng.integers(0, len(pal), (ny, nx))
+    if rng.random() < 0.4:  # a figure of rings or stripes in the tiling
+        yy, xx = np.indices((ny, nx))
+        idx = ((np.hypot(yy - ny / 2, xx - nx / 2) // rng.uniform(1, 4)) % len(pal)).astype(int)
+    img = pal[idx] * rng.uniform(0.85, 1.15, (ny, nx, 1))
+    img = cv2.resize(img.astype(np.float32), (nx * t, ny * t), interpolation=cv2.INTER_NEAREST)[:h, :w]
+    grout = max(1, int(t * rng.uniform(0.05, 0.2)))
+    line = (np.arange(max(h, w)) % t) < grout
+    img[line[:h]] = img[:, line[:w]] = rng.uniform(60, 230)
+    return img.clip(0, 255).astype(np.uint8)
+
+
+def text_blocks(rng, w, h, s):
+    """A printed page, poster or screen: paragraphs in columns at several sizes, headings
+    and ruled tables."""
+    ink, paper = ink_and_paper(rng)
+    frame = np.empty((h, w, 3), np.uint8)
+    frame[:] = paper
+    cols = int(rng.integers(1, 4))
+    y = int(rng.uniform(0, 40) / s)
+    while y < h:
+        scale = rng.uniform(0.25, 0.7) / s * (2.0 if rng.random() < 0.15 else 1.0)
+        step = max(6, int(28 * scale))
+        lines = int(rng.integers(1, 12))
+        font = int(rng.integers(0, 8))
+        table = rng.random() < 0.2
+        for c in range(cols):
+            x0 = int(c * w / cols + rng.uniform(5, 30) / s)
+            for i in range(lines):
+                cv2.putText(
+                    frame,
+                    random_text(rng, 5, 60),
+                    (x0, y + (i + 1) * step),
+                    font,
+                    scale,
+                    tuple(float(v) for v in ink),
+                    max(1, int(scale * 1.5)),
+                )
+                if table:
+                    cv2.line(
+                        frame,
+                        (x0, y + (i + 1) * step + 3),
+                        (int(x0 + w / cols * 0.9), y + (i + 1) * step + 3),
+                        tuple(float(v) for v in ink),
+                        1,
+                    )
+        y += (lines + 1) * step
+    return frame
+
+
+EAN_L = ["0001101", "0011001", "0010011", "0111101", "0100011", "0110001", "0101111", "0111011", "0110111", "0001011"]
+
+
+def barcode_label(rng, size):
+    """A retail label: an EAN-13-like barcode (guard bars, six left and six right
+    digits) with its digits printed beneath."""
+    digits = rng.integers(0, 10, 12)
+    left = "".join(EAN_L[d] if rng.random() < 0.5 else EAN_L[d][::-1] for d in digits[:6])
+    right = "".join("".join("1" if b == "0" else "0" for b in EAN_L[d]) for d in digits[6:])
+    bits = np.array([int(b) for b in "101" + left + "01010" + right + "101"], np.uint8)
+    ink, paper = ink_and_paper(rng)
+    m = max(1, int(size / 110))
+    bars = np.tile(np.repeat(bits, m), (int(len(bits) * m * rng.uniform(0.4, 0.75)), 1))
+    img = render_modules(bars, 1, ink, paper, 0)
+    img = np.pad(img, ((m * 4, m * 16), (m * 9, m * 9), (0, 0)), mode="edge")
+    img[:, : m * 9] = img[:, -m * 9 :] = paper.astype(np.uint8)
+    img[-m * 16 :] = paper.astype(np.uint8)
+    cv2.putText(
+        img,
+        "".join(map(str, digits)),
+        (m * 9, img.shape[0] - m * 3),
+        cv2.FONT_HERSHEY_SIMPLEX,
+        m * 0.38,
+        tuple(float(v) for v in ink),
+        max(1, m // 2),
+    )
+    return img, None
+
+
+def _object_scene(rng, w, h, s, draw, lo, hi, density):
+    """Things of one kind, lo to hi input pixels, scattered at `density` over a plain
+    or lightly textured surface."""
+    frame = (
+        procedural_background(rng, w, h) if rng.random() < 0.3 else np.full((h, w, 3), rng.uniform(0, 255, 3), np.uint8)
+    )
+    size = math.exp(rng.uniform(math.log(lo), math.log(hi))) / s
+    for _ in range(max(1, int(rng.uniform(0.2, 1.0) * density * w * h / (size * size)))):
+        k = int(size * rng.uniform(0.8, 1.25))
+        img, mask = draw(rng, k)
+        _paste(frame, img, mask, int(rng.uniform(-k / 2, w)), int(rng.uniform(-k / 2, h)))
+    return frame
+
+
+def seeds(rng, w, h, s):
+    """Seeds, beans or grains strewn on a surface: many small ovals of 3 to 14 input
+    pixels in their own shades, each with a highlight."""
+    frame = np.full((h, w, 3), rng.uniform(40, 240, 3), np.float32)
+    size = math.exp(rng.uniform(math.log(3), math.log(14))) / s
+    base = rng.uniform(20, 230, 3)
+    for _ in range(int(rng.uniform(0.3, 1.5) * w * h / (size * size))):
+        p = (int(rng.integers(w)), int(rng.integers(h)))
+        ax = (max(1, int(size * rng.uniform(0.4, 0.6))), max(1, int(size * rng.uniform(0.2, 0.35))))
+        col = base * rng.uniform(0.5, 1.3)
+        a = rng.uniform(0, 180)
+        cv2.ellipse(frame, p, ax, a, 0, 360, tuple(float(v) for v in col), -1, cv2.LINE_AA)
+        cv2.ellipse(
+            frame, p, (max(1, ax[0] // 2), max(1, ax[1] // 3)), a, 0, 360, tuple(float(v) for v in col * 1.4 + 20), -1
+        )
+    return frame.clip(0, 255).astype(np.uint8)
+
+
+# Scenes made of one kind of thing; each fills the frame.
+HARD_NEGATIVE_SCENES = {
+    "coins": coin_tray,
+    "fruit": lambda rng, w, h, s: _object_scene(rng, w, h, s, fruit_half, 60, 350, 0.6),
+    "seeds": seeds,
+    "blobs": lambda rng, w, h, s: _object_scene(rng, w, h, s, textured_blob, 30, 300, 0.5),
+    "pixel art": pixel_art,
+    "fabric": fabric,
+    "foliage": foliage,
+    "tiles": tiles,
+    "text": text_blocks,
+    "barcodes": lambda rng, w, h, s: _object_scene(rng, w, h, s, barcode_label, 60, 300, 0.4),
+}
+# Single things that lie beside codes.
+HARD_NEGATIVE_THINGS = [metal_coin, fruit_half, textured_blob, pixel_icon, sprite, barcode_label]
+
+
+def hard_negative_scene(rng, w, h):
+    """A frame-filling scene of one kind of hard negative, seen straight on or, half
+    the time, as a surface at an angle."""
+    s = letterbox_scale(w, h)
+    kinds = list(HARD_NEGATIVE_SCENES)
+    img = HARD_NEGATIVE_SCENES[kinds[int(rng.integers(len(kinds)))]](rng, w, h, s)
+    if rng.random() < 0.5:
+        q = tilted_square(rng, 45)
+        quad = q / (q.max(axis=0) - q.min(axis=0)).max() * max(w, h) * rng.uniform(1.2, 2.0) + [w / 2, h / 2]
+        src = np.array([[0, 0], [w, 0], [w, h], [0, h]], np.float32)
+        hm = cv2.getPerspectiveTransform(src, quad.astype(np.float32))
+        img = cv2.warpPerspective(img, hm, (w, h), borderMode=cv2.BORDER_REFLECT)
+    return img
+
+
+def hard_negative_thing(rng, size, s):
+    """One hard negative of about `size` frame pixels: a thing with its opacity mask,
+    or a patch of a texture (cloth, leaves, tiles, text) cut out as a rounded card."""
+    k = int(rng.integers(len(HARD_NEGATIVE_THINGS) + 4))
+    if k < len(HARD_NEGATIVE_THINGS):
+        return HARD_NEGATIVE_THINGS[k](rng, size)
+    size = int(max(size, 12))
+    draw = [fabric, foliage, tiles, text_blocks][k - len(HARD_NEGATIVE_THINGS)]
+    img = draw(rng, size, size, s)
+    mask = np.zeros((size, size), np.uint8)
+    r = int(size * rng.uniform(0, 0.3))
+    cv2.rectangle(mask, (r, 0), (size - 1 - r, size - 1), 255, -1)
+    cv2.rectangle(mask, (0, r), (size - 1, size - 1 - r), 255, -1)
+    for x, y in ((r, r), (size - 1 - r, r), (r, size - 1 - r), (size - 1 - r, size - 1 - r)):
+        cv2.circle(mask, (x, y), r, 255, -1)
+    return img, mask
+
+
 # --- frames ---------------------------------------------------------------------
 
 
@@ -600,6 +1045,17 @@ def _place(rng, taken, bw, bh, w, h, gap):
     return None
 
 
+# Large codes of low versions (the `extras` share of single codes made so):
+# close to the camera their modules are 8 to 16 input pixels, and a finder pattern
+# alone is as large as a small code.
+BIG_CODE_SIZE = 150.0
+BIG_CODE_VERSIONS = (1, 4)
+# Shares of frames with hard negatives (a whole scene of them, and single things
+# beside the codes, each that often), of single codes made large and of low version,
+# and of frames with codes whose codes are a tight grid. Runs before these had none.
+NO_EXTRAS = (0.0, 0.0, 0.0)
+
+
 # one frame in five has no code at all: false boxes are as costly as missed codes
 NCODE_P = np.array([0.2, 0.45, 0.17, 0.1, 0.08])
 
@@ -612,13 +1068,15 @@ def code_count_odds(no_code_share):
     return p
 
 
-def code_picture(rng, size_f):
+def code_picture(rng, size_f, versions=None, max_module_px=14):
     """One code as it is printed or shown: (picture, corners of the symbol in it,
     opacity mask or None). Module size follows the size the code will be seen at,
-    so warping it down never aliases away whole modules."""
-    mat = qr_matrix(rng)
+    so warping it down never aliases away whole modules; `versions` (first, last)
+    narrows the versions, and a code of few modules seen large needs a larger
+    `max_module_px` to keep its module edges sharp."""
+    mat = qr_matrix(rng) if versions is None else low_version_matrix(rng, versions)
     n = mat.shape[0]
-    module_px = int(np.clip(round(1.3 * size_f / n), 2, 14))
+    module_px = int(np.clip(round(1.3 * size_f / n), 2, max_module_px))
     quiet = int(rng.integers(1, 5))
     margin = int(rng.integers(0, 6)) if rng.random() < 0.7 else 0
     ink, paper = ink_and_paper(rng)
@@ -684,14 +1142,26 @@ def code_size_range(w, h, size_range):
 
 
 def make_frame(
-    rng, frame_size=None, max_codes=4, size_range=(20.0, 600.0), ncode_p=NCODE_P, backgrounds=BACKGROUND_SHARES
+    rng,
+    frame_size=None,
+    max_codes=4,
+    size_range=(20.0, 600.0),
+    ncode_p=NCODE_P,
+    backgrounds=BACKGROUND_SHARES,
+    extras=NO_EXTRAS,
 ):
     """One synthetic preview frame. Returns (rgb frame, list of code boxes x0,y0,x1,y1 in
     frame pixels, list of code corner quads in frame pixels; a bent label's quad is
-    that of its unbent corners)."""
+    that of its unbent corners). `extras`: the shares of hard negatives, large codes of
+    low versions and tight grids (NO_EXTRAS for none); none costs a random draw when 0, so the
+    frames of runs made before them are rendered again exactly."""
+    hard_negatives, big_codes, grids = extras
     w, h = frame_size or FRAME_SIZES[int(rng.integers(len(FRAME_SIZES)))]
     s = letterbox_scale(w, h)
-    frame = background(rng, w, h, backgrounds)
+    if hard_negatives and rng.random() < hard_negatives:
+        frame = hard_negative_scene(rng, w, h)
+    else:
+        frame = background(rng, w, h, backgrounds)
     taken = []
     for _ in range(int(rng.integers(0, 6))):
         size = int(math.exp(rng.uniform(math.log(30), math.log(0.5 * min(w, h)))))
@@ -701,9 +1171,23 @@ def make_frame(
         quad[:, 1] *= sh / sw
         dx, dy = rng.uniform(0, w), rng.uniform(0, h)
         paste_warped(frame, src, np.array([[0, 0], [sw, 0], [sw, sh], [0, sh]], np.float32), quad + [dx, dy])
+    if hard_negatives and rng.random() < hard_negatives:
+        # beside the codes, single things of the sizes of small and mid-sized codes
+        for _ in range(int(rng.integers(1, 9))):
+            size = int(math.exp(rng.uniform(math.log(16), math.log(160))) / s)
+            src, mask = hard_negative_thing(rng, size, s)
+            sh, sw = src.shape[:2]
+            quad = tilted_square(rng, 40)
+            quad = quad * (sw / (quad.max(axis=0) - quad.min(axis=0)).max())
+            quad[:, 1] *= sh / sw
+            quad += [rng.uniform(0, w), rng.uniform(0, h)]
+            paste_warped(frame, src, np.array([[0, 0], [sw, 0], [sw, sh], [0, sh]], np.float32), quad, mask)
     boxes, quads = [], []
     n_codes = int(rng.choice(np.arange(max_codes + 1), p=ncode_p[: max_codes + 1] / np.sum(ncode_p[: max_codes + 1])))
     lo, hi = code_size_range(w, h, size_range)
+    if grids and n_codes >= 1 and rng.random() < grids:
+        code_grid(rng, frame, lo, hi, boxes, quads)
+        n_codes = 0
     # a sheet of labels: codes of one size side by side with small gaps, which the
     # library keeps apart only when every box is tight
     sheet = n_codes >= 1 and rng.random() < 0.2
@@ -714,6 +1198,7 @@ def make_frame(
         gap = rng.uniform(0.1, 1.0)
         cols = n_codes if rng.random() < 0.5 else int(math.ceil(n_codes / 2))
     for i in range(n_codes):
+        big = False
         if sheet:
             size_f = size_in / s
             q = q_sheet
@@ -727,7 +1212,8 @@ def make_frame(
             if pos[0] + size_f > w or pos[1] + size_f > h:
                 continue
         else:
-            size_in = math.exp(rng.uniform(math.log(lo), math.log(hi)))
+            big = big_codes and hi > BIG_CODE_SIZE and rng.random() < big_codes
+            size_in = math.exp(rng.uniform(math.log(BIG_CODE_SIZE if big else lo), math.log(hi)))
             size_f = size_in / s
             tilt = 65 if rng.random() < 0.3 else 40
             q = tilted_square(rng, tilt)
@@ -738,7 +1224,10 @@ def make_frame(
             if pos is None:
                 continue
         quad = (q - q.min(axis=0) + np.array(pos)).astype(np.float32)
-        img, corners, mask = code_picture(rng, size_f)
+        if not sheet and big:
+            img, corners, mask = code_picture(rng, size_f, BIG_CODE_VERSIONS, max_module_px=64)
+        else:
+            img, corners, mask = code_picture(rng, size_f)
         outline = corners
         if not sheet and rng.random() < 0.1:
             img, mask, outline = bent_code(img, corners, mask, rng)
@@ -750,6 +1239,90 @@ def make_frame(
     frame = lighting(rng, frame)
     frame = degrade(rng, frame)
     return frame, np.array(boxes, np.float32).reshape(-1, 4), quads
+
+
+def plane_points(rng, pts, max_tilt_deg, max_roll_deg):
+    """Points of a plane (x, y, centred on 0, within a unit square as tilted_square's)
+    seen by a pinhole camera after a 3-D tilt of up to `max_tilt_deg` and a turn in
+    the picture of up to `max_roll_deg`, at about the plane's scale."""
+    tilt = math.radians(rng.uniform(0, max_tilt_deg))
+    axis = rng.uniform(0, 2 * math.pi)
+    rx, ry = tilt * math.cos(axis), tilt * math.sin(axis)
+    rz = math.radians(rng.uniform(-max_roll_deg, max_roll_deg))
+    cx, sx, cy, sy, cz, sz = math.cos(rx), math.sin(rx), math.cos(ry), math.sin(ry), math.cos(rz), math.sin(rz)
+    rot = np.array([[cy, 0, sy], [0, 1, 0], [-sy, 0, cy]]) @ np.array([[1, 0, 0], [0, cx, -sx], [0, sx, cx]])
+    rot = rot @ np.array([[cz, -sz, 0], [sz, cz, 0], [0, 0, 1]])
+    p = np.concatenate([pts, np.zeros((len(pts), 1))], axis=1) @ rot.T + np.array([0, 0, rng.uniform(1.6, 4.0)])
+    return p[:, :2] / p[:, 2:3] * p[:, 2].mean()
+
+
+def _apart(boxes):
+    """True when no two boxes overlap or touch (a pixel apart at least)."""
+    for i, a in enumerate(boxes):
+        for b in boxes[:i]:
+            if not (a[2] + 1 < b[0] or b[2] + 1 < a[0] or a[3] + 1 < b[1] or b[3] + 1 < a[1]):
+                return False
+    return True
+
+
+def code_grid(rng, frame, lo, hi, boxes, quads):
+    """Codes printed in a tight 2 x 2 or 3 x 2 grid on one sheet, gaps of 0.05 to 0.25
+    code widths between the symbols, seen as one tilted plane. Each code is its own
+    truth box, appended to `boxes` (and its corners to `quads`). The library keeps a
+    box only when it touches no better one, so the pose is flattened until the
+    codes' boxes stand apart, as they must for all of them to be found."""
+    fh, fw = frame.shape[:2]
+    s = letterbox_scale(fw, fh)
+    cols, rows = [(2, 2), (3, 2), (2, 3)][int(rng.integers(3))]
+    gap = rng.uniform(0.05, 0.25)
+    mats = [qr_matrix(rng) for _ in range(cols * rows)]
+    n = max(m.shape[0] for m in mats)
+    fit = min(0.9 * fw * s / (cols + (cols - 1) * gap), 0.9 * fh * s / (rows + (rows - 1) * gap))
+    size_f = math.exp(rng.uniform(math.log(min(lo, fit)), math.log(min(hi, fit)))) / s
+    cw = max(2 * n, int(min(1.3 * size_f, 14 * n)))  # code width on the sheet, in sheet pixels
+    step = cw * (1 + gap)
+    margin = int(cw * rng.uniform(0.05, 0.3))
+    ink, paper = ink_and_paper(rng)
+    sheet_w, sheet_h = int(2 * margin + cols * step - cw * gap), int(2 * margin + rows * step - cw * gap)
+    sheet = np.empty((sheet_h, sheet_w, 3), np.uint8)
+    sheet[:] = paper.clip(0, 255).astype(np.uint8)
+    corners = []
+    for k, mat in enumerate(mats):
+        r, c = divmod(k, cols)
+        x, y = int(margin + c * step), int(margin + r * step)
+        mp = -(-cw // mat.shape[0])
+        img = cv2.resize(render_modules(mat, mp, ink, paper, 0), (cw, cw), interpolation=cv2.INTER_AREA)
+        sheet[y : y + cw, x : x + cw] = img
+        corners.append(np.array([[x, y], [x + cw, y], [x + cw, y + cw], [x, y + cw]], np.float32))
+    src = np.array([[0, 0], [sheet_w, 0], [sheet_w, sheet_h], [0, sheet_h]], np.float32)
+    centre = np.array([sheet_w, sheet_h], np.float32) / 2
+    tilt, roll = 35.0, 4.0
+    for attempt in range(5):
+        if attempt == 4:
+            tilt = roll = 0.0
+        pts = (np.concatenate([src] + corners) - centre) / max(sheet_w, sheet_h)
+        proj = plane_points(rng, pts, tilt, roll)
+        code_pts = proj[4:].reshape(-1, 4, 2)
+        side = max((q.max(axis=0) - q.min(axis=0)).max() for q in code_pts)
+        proj *= size_f / side
+        code_pts = proj[4:].reshape(-1, 4, 2)
+        span = code_pts.reshape(-1, 2).max(axis=0) - code_pts.reshape(-1, 2).min(axis=0)
+        shrink = min(1.0, (fw - 4) / span[0], (fh - 4) / span[1])
+        proj *= shrink
+        code_pts = proj[4:].reshape(-1, 4, 2)
+        lo_pt = code_pts.reshape(-1, 2).min(axis=0)
+        span = code_pts.reshape(-1, 2).max(axis=0) - lo_pt
+        proj += [rng.uniform(2, max(2, fw - 2 - span[0])), rng.uniform(2, max(2, fh - 2 - span[1]))] - lo_pt
+        code_pts = proj[4:].reshape(-1, 4, 2)
+        grid_boxes = [(q[:, 0].min(), q[:, 1].min(), q[:, 0].max(), q[:, 1].max()) for q in code_pts]
+        if _apart(grid_boxes):
+            break
+        tilt, roll = tilt / 2, roll / 2
+    hm = paste_warped(frame, sheet, src, proj[:4])
+    for cn in corners:
+        q = cv2.perspectiveTransform(cn.reshape(-1, 1, 2), hm).reshape(-1, 2)
+        boxes.append((q[:, 0].min(), q[:, 1].min(), q[:, 0].max(), q[:, 1].max()))
+        quads.append(q)
 
 
 def make_sample(rng, **kw):

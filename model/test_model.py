@@ -2,6 +2,7 @@
 
     /usr/bin/python3 -m unittest model.test_model      # from the repository root
 """
+import hashlib
 import json
 import os
 import subprocess
@@ -101,6 +102,29 @@ class DataTest(unittest.TestCase):
             self.assertEqual(len(boxes), len(quads))
             for box in boxes:
                 self.assertTrue(0 <= box[0] < box[2] <= 1280 and 0 <= box[1] < box[3] <= 720, box)
+
+    def test_runs_without_extras_render_their_frames_again_exactly(self):
+        # frames of runs 2 and 3 (a sheet of five labels, four codes), as they were rendered
+        for (seed, index, no_code_share, backgrounds), digest in (
+            ((2, 6, 0.3, (0.45, 0.15, 0.2)), "89656dd6b4a2d672"),
+            ((3, 2, 0.4, (0.3, 0.4, 0.18)), "add911d20ae1d771"),
+        ):
+            img, boxes = train.render(seed, index, no_code_share, backgrounds)
+            self.assertEqual(hashlib.sha256(img.tobytes() + boxes.tobytes()).hexdigest()[:16], digest)
+
+    def test_grid_codes_are_boxes_apart_inside_the_frame(self):
+        rng = np.random.default_rng(26)
+        for w, h in [(1280, 720), (720, 1280), (1920, 1080)] * 10:
+            boxes, quads = [], []
+            qrdata.code_grid(rng, np.zeros((h, w, 3), np.uint8), 20.0, 300.0, boxes, quads)
+            self.assertIn(len(boxes), (4, 6))
+            for i, a in enumerate(boxes):
+                self.assertTrue(0 <= a[0] < a[2] <= w and 0 <= a[1] < a[3] <= h, a)
+                for b in boxes[:i]:
+                    self.assertTrue(a[2] < b[0] or b[2] < a[0] or a[3] < b[1] or b[3] < a[1], (a, b))
+            # one sheet seen from 1.6 widths or more: perspective alone makes no code twice another's size
+            sides = [max(b[2] - b[0], b[3] - b[1]) for b in boxes]
+            self.assertLess(max(sides) / min(sides), 2.0, boxes)
 
 
 class QuantTest(unittest.TestCase):

@@ -89,11 +89,13 @@ def build_targets(boxes):
     return out
 
 
-def render(seed, index, no_code_share, backgrounds=qrdata.BACKGROUND_SHARES):
+def render(seed, index, no_code_share, backgrounds=qrdata.BACKGROUND_SHARES, extras=qrdata.NO_EXTRAS):
     """Frame `index` of the run with data seed `seed`: (luma input 640 x 640 uint8,
     code boxes in input pixels)."""
     rng = np.random.default_rng([seed, index])
-    inp, boxes = qrdata.make_sample(rng, ncode_p=qrdata.code_count_odds(no_code_share), backgrounds=backgrounds)
+    inp, boxes = qrdata.make_sample(
+        rng, ncode_p=qrdata.code_count_odds(no_code_share), backgrounds=backgrounds, extras=extras
+    )
     return netmod.luma(inp)[..., 0], boxes.astype(np.float32)
 
 
@@ -122,7 +124,8 @@ class FrameStream:
     """The frames step k may use: numbers [available(k) - window, available(k))."""
 
     def __init__(self, seed, data, first, rate, window, workers, cache_dir, ahead=48):
-        """`data`: the share of frames without a code and the background shares."""
+        """`data`: the share of frames without a code, the background shares and the
+        extras (qrdata.make_frame)."""
         self.seed, self.data, self.first, self.rate, self.window = seed, data, first, rate, window
         self.cache_dir = cache_dir
         os.makedirs(cache_dir, exist_ok=True)
@@ -136,8 +139,9 @@ class FrameStream:
         return self.first + int(step * self.rate)
 
     def path(self, i):
-        no_code_share, backgrounds = self.data
-        tag = "-".join(f"{v:g}" for v in (no_code_share,) + backgrounds)
+        no_code_share, backgrounds, extras = self.data
+        # runs without extras keep the names their cached frames already have
+        tag = "-".join(f"{v:g}" for v in (no_code_share,) + backgrounds + (extras if any(extras) else ()))
         return os.path.join(self.cache_dir, f"{self.seed}-{tag}-{i:07d}.npz")
 
     def _submit(self, upto):
@@ -291,12 +295,24 @@ def full_frame_step(step, total):
     return step % 4 == 3 or step >= 0.9 * total
 
 
+def _cpu(obj):
+    """A state dict with its tensors on the CPU, so that a state saved on an
+    accelerator loads anywhere."""
+    if isinstance(obj, torch.Tensor):
+        return obj.cpu()
+    if isinstance(obj, dict):
+        return {k: _cpu(v) for k, v in obj.items()}
+    if isinstance(obj, (list, tuple)):
+        return type(obj)(_cpu(v) for v in obj)
+    return obj
+
+
 def save_state(path, model, opt, step, rng, args):
     tmp = path + ".tmp"
     torch.save(
         {
-            "model": model.state_dict(),
-            "opt": opt.state_dict(),
+            "model": _cpu(model.state_dict()),
+            "opt": _cpu(opt.state_dict()),
             "step": step,
             "rng": rng.bit_generator.state,
             "torch_rng": torch.get_rng_state(),
@@ -316,6 +332,9 @@ RUN_ARGS = (
     "crop",
     "no_code_share",
     "backgrounds",
+    "hard_negatives",
+    "big_codes",
+    "grids",
     "neg_weight",
     "overshoot",
     "rate",
@@ -339,6 +358,16 @@ def main(argv=None):
         default=qrdata.BACKGROUND_SHARES,
         help="shares of photo, scattered look-alike and pattern backgrounds (the rest procedural)",
     )
+    ap.add_argument(
+        "--hard-negatives",
+        type=float,
+        default=0.0,
+        help="share of frames on a scene of hard negatives, and of frames with single ones beside the codes",
+    )
+    ap.add_argument(
+        "--big-codes", type=float, default=0.0, help="share of single codes of versions 1-4 at 150 px and up"
+    )
+    ap.add_argument("--grids", type=float, default=0.0, help="share of frames with codes that hold a tight code grid")
     ap.add_argument("--neg-weight", type=float, default=2.0, help="weight of the score loss on non-positive cells")
     ap.add_argument(
         "--overshoot", type=float, default=0.0, help="score cost of a box edge outside the code's, per code size"
@@ -348,6 +377,7 @@ def main(argv=None):
     ap.add_argument("--first-frames", type=int, default=200, help="frames available at step 0")
     ap.add_argument("--workers", type=int, default=2)
     ap.add_argument("--threads", type=int, default=2)
+    ap.add_argument("--device", default="cuda" if torch.cuda.is_available() else "cpu", help="where to train")
     ap.add_argument("--state", default=os.path.join(HERE, "ckpt", "train_state.pt"), help="where to save the state")
     ap.add_argument("--resume", default="", help="a saved state to continue exactly")
     ap.add_argument("--init", default="", help="a saved state whose weights a new run starts from")
@@ -357,34 +387,40 @@ def main(argv=None):
     args = ap.parse_args(argv)
 
     torch.set_num_threads(args.threads)
-    state = torch.load(args.resume) if args.resume else None
+    # a state holds the run's settings and random state beside tensors, which newer
+    # torch versions load only when asked to
+    state = torch.load(args.resume, map_location="cpu", weights_only=False) if args.resume else None
     if state:
-        for k, v in state["args"].items():
-            setattr(args, k, v)
+        for k in RUN_ARGS:  # a run saved before a setting existed ran at its default
+            setattr(args, k, state["args"].get(k, ap.get_default(k)))
     torch.manual_seed(args.seed)
     model = netmod.QRDet()
-    opt = torch.optim.AdamW(model.parameters(), lr=args.lr, weight_decay=1e-4)
     rng = np.random.default_rng(args.seed)
     step = 0
     if args.init:
-        model.load_state_dict(torch.load(args.init)["model"])
+        model.load_state_dict(torch.load(args.init, map_location="cpu", weights_only=False)["model"])
     if state:
         model.load_state_dict(state["model"])
-        opt.load_state_dict(state["opt"])
         rng.bit_generator.state = state["rng"]
         torch.set_rng_state(state["torch_rng"])
         step = state["step"]
     os.makedirs(os.path.dirname(args.state) or ".", exist_ok=True)
 
+    # the workers fork before anything touches the accelerator
     stream = FrameStream(
         args.seed,
-        (args.no_code_share, tuple(args.backgrounds)),
+        (args.no_code_share, tuple(args.backgrounds), (args.hard_negatives, args.big_codes, args.grids)),
         args.first_frames,
         args.rate,
         args.window,
         args.workers,
         args.cache,
     )
+    device = torch.device(args.device)
+    model.to(device)
+    opt = torch.optim.AdamW(model.parameters(), lr=args.lr, weight_decay=1e-4)
+    if state:
+        opt.load_state_dict(state["opt"])
     start = time.time()
     last_save, waited, ema = start, 0.0, None
     end_step = min(args.total_steps, args.max_steps or args.total_steps)
@@ -403,6 +439,9 @@ def main(argv=None):
             if args.crop and not full_frame_step(step, args.total_steps):
                 items = [crop_item(img, tg, args.crop, rng) for img, tg in items]
             x, tg = collate(items)
+            if device.type != "cpu":
+                x = x.to(device, non_blocking=True)
+                tg = [{k: v.to(device, non_blocking=True) for k, v in t.items()} for t in tg]
             loss, cls, box = loss_fn(model.quantized(x), tg, args.neg_weight, args.overshoot)
             opt.zero_grad()
             loss.backward()
@@ -432,7 +471,7 @@ def main(argv=None):
     if args.out:
         from model import export
 
-        model.eval()
+        model.cpu().eval()
         export.export(model, args.out)
     return model
 
