@@ -6,7 +6,7 @@
 #   scripts/evaluate.sh [--quick] [--model FILE] [--json FILE] [--photos DIR]
 # Quick: about 1.5 minutes on 2 cores, for use between training runs; full:
 # about 7. --model sets SCANCODE_MODEL_PATH for the library before Init.
-# Outputs in out/eval/: recall_vs_size.csv/.png, worst_cases.png.
+# Outputs in out/eval/: recall_vs_size.csv/.png, worst_cases.png, false_boxes.png.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh test run eval
