@@ -25,15 +25,8 @@ void RunLowVersions(const Options& o, Detectors& det, const SweepSetting& fs,
             for (int off = 0; off < offsets; ++off) {
                 for (int t = 0; t < int(std::size(kSweepTilts)); ++t) {
                     const int surface = (k + version + off + t) % kSweepSurfaces;
-                    const SweepCase c{k,
-                                      off,
-                                      t,
-                                      surface,
-                                      offsets,
-                                      input,
-                                      ClearOfBand(input / fs.scale),
-                                      kSalt * version,
-                                      version};
+                    SweepCase c{k, off, t, surface, offsets, input, ClearOfBand(input / fs.scale)};
+                    c.salt = kSalt * version, c.version = version;
                     const SweepFrame frame = MakeSweepFrame(fs, c);
                     const Detections d = det.Run(frame.scene.frame);
                     ++tally.frames;
