@@ -4,9 +4,9 @@
 # OpenCV's detector on the same frames. Sets up the machine, builds, runs
 # tools/evaluate and plots recall against size.
 #   scripts/evaluate.sh [--quick] [--model FILE] [--json FILE] [--photos DIR]
-# Quick: about 1.5 minutes on 2 cores, for use between training runs; full:
-# about 7. --model sets SCANCODE_MODEL_PATH for the library before Init.
-# Outputs in out/eval/: recall_vs_size.csv/.png, worst_cases.png.
+# Quick: about 2 minutes on 2 cores, for use between training runs; full:
+# about 8.5. --model sets SCANCODE_MODEL_PATH for the library before Init.
+# Outputs in out/eval/: recall_vs_size.csv/.png, worst_cases.png, false_boxes.png.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh test run eval

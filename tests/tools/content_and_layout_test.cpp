@@ -1,5 +1,5 @@
-// How the evaluation compares decoded content, where its sweep puts codes,
-// and the size bands it reports in.
+// How the evaluation compares decoded content, where its sweep puts codes
+// and how large they grow, and the size bands it reports in.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -66,6 +66,23 @@ TEST(SweepLayoutTest, PlacedInRangeAtTheAskedPhase) {
         EXPECT_GE(v, 300);
         EXPECT_LE(v, 340);
     }
+}
+
+// The largest code fills the room inside the band exactly, keeping at
+// least 8 px and 5 % of its side clear: the 5 % governs in the sweep's
+// frames, the 8 px in a small one.
+TEST(SweepLayoutTest, LargestSideKeepsItsClearanceAndNoMore) {
+    const double band = 80;
+    for (double shorter : {240.0, 300.0, 720.0, 960.0, 1080.0}) {
+        const double side = LargestClearSide(shorter, band);
+        const double clear = ClearOfBand(side);
+        EXPECT_GE(clear, 8);
+        EXPECT_GE(clear, 0.05 * side - 1e-9);
+        EXPECT_NEAR(side + 2 * (band + clear), shorter, 1e-6) << shorter;
+    }
+    EXPECT_NEAR(ClearOfBand(LargestClearSide(720, band)), 0.05 * LargestClearSide(720, band), 1e-9);
+    EXPECT_EQ(ClearOfBand(LargestClearSide(300, band)), 8);
+    EXPECT_EQ(LargestClearSide(150, band), 0);  // no room inside the band at all
 }
 
 }  // namespace

@@ -59,22 +59,18 @@ cv::Mat Tile(const cv::Mat& bgr, const std::vector<cv::Rect2f>& truths, const Li
     return tile;
 }
 
-void WriteContactSheet(const std::string& path, const std::vector<SheetCase>& misses,
-                       const std::vector<SheetCase>& falses) {
+void WriteContactSheet(const std::string& path, const std::vector<SheetSection>& sections) {
     std::vector<cv::Mat> rows;
-    for (const auto* list : {&misses, &falses}) {
-        const std::string title =
-            list == &misses ? "worst misses (largest codes not found): truth blue, kept boxes "
-                              "green, edge band red"
-                            : "worst false boxes (most per frame): kept boxes green, edge band red";
+    for (const SheetSection& section : sections) {
         cv::Mat head(22, kColumns * kTileSide, CV_8UC3, cv::Scalar(20, 20, 20));
-        cv::putText(head, title, {4, 16}, cv::FONT_HERSHEY_PLAIN, 1.1, {255, 255, 255}, 1,
+        cv::putText(head, section.title, {4, 16}, cv::FONT_HERSHEY_PLAIN, 1.1, {255, 255, 255}, 1,
                     cv::LINE_AA);
         rows.push_back(head);
-        for (size_t i = 0; i < list->size(); i += kColumns) {
+        const std::vector<SheetCase>& list = *section.cases;
+        for (size_t i = 0; i < list.size(); i += kColumns) {
             cv::Mat row(kTileSide + 16, kColumns * kTileSide, CV_8UC3, cv::Scalar(40, 40, 40));
-            for (size_t j = i; j < std::min(list->size(), i + kColumns); ++j) {
-                const cv::Mat& t = (*list)[j].tile;
+            for (size_t j = i; j < std::min(list.size(), i + kColumns); ++j) {
+                const cv::Mat& t = list[j].tile;
                 t.copyTo(row(cv::Rect(int(j - i) * kTileSide, 0, t.cols, t.rows)));
             }
             rows.push_back(row);

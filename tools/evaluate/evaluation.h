@@ -142,6 +142,10 @@ nlohmann::ordered_json RunFalseBoxes(const Options& o, Detectors& det,
                                      std::vector<SheetCase>& falses);
 nlohmann::ordered_json RunSpeed(const Options& o, Detectors& det, const Backgrounds& bg);
 
-// Writes the worst misses and the worst false boxes as one PNG.
-void WriteContactSheet(const std::string& path, const std::vector<SheetCase>& misses,
-                       const std::vector<SheetCase>& falses);
+// A contact sheet's part: a title line, then its cases six to a row.
+struct SheetSection {
+    std::string title;
+    const std::vector<SheetCase>* cases;
+};
+// Writes the sections one under another as one PNG.
+void WriteContactSheet(const std::string& path, const std::vector<SheetSection>& sections);

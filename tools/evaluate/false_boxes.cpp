@@ -1,6 +1,7 @@
 // Pictures without codes, scaled and cut into frames of several sizes and
 // mirrored: every box kept there is a false box.
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <map>
@@ -33,57 +34,67 @@ cv::Mat Fitted(const cv::Mat& picture, cv::Size size) {
     return frame;
 }
 
-}  // namespace
+// One QR-free frame: a picture in one framing, maybe mirrored.
+cv::Mat MakeFrame(const cv::Mat& picture, const Variant& var, bool mirror) {
+    cv::Mat frame = var.zoom > 0 ? CoverFrame(picture, var.size, var.zoom, {0.3f, 0.6f}, mirror)
+                                 : Fitted(picture, var.size);
+    if (var.zoom == 0 && mirror) cv::flip(frame, frame, 1);
+    return frame;
+}
 
-nlohmann::ordered_json RunFalseBoxes(const Options& o, Detectors& det,
-                                     std::vector<SheetCase>& falses) {
-    const int variants = o.quick ? 1 : int(std::size(kVariants));
+struct FalseTally {
     std::array<int, kDetectorCount> boxes{};
     std::map<std::string, int> byPicture;  // library boxes
     std::map<std::string, int> byVariant;
     int frames = 0;
-    for (const std::string& path : o.negatives) {
-        const cv::Mat picture = ReadPicture(path);
-        if (picture.empty()) continue;
-        const std::string name = std::filesystem::path(path).filename().string();
-        byPicture[name] += 0;
-        for (int v = 0; v < variants; ++v) {
-            for (int mirror = 0; mirror < 2; ++mirror) {
-                const Variant& var = kVariants[v];
-                cv::Mat frame = var.zoom > 0
-                                    ? CoverFrame(picture, var.size, var.zoom, {0.3f, 0.6f}, mirror)
-                                    : Fitted(picture, var.size);
-                if (var.zoom == 0 && mirror) cv::flip(frame, frame, 1);
-                const Detections d = det.Run(frame);
-                ++frames;
-                for (int q = 0; q < kDetectorCount; ++q) boxes[q] += int(d.boxes[q].size());
-                const int n = int(d.library.kept.size());
-                byPicture[name] += n;
-                byVariant[var.name] += n;
-                // The frame with the most boxes first; among equals, the largest box.
-                double largest = 0;
-                for (const cv::Rect2f& b : d.library.kept)
-                    largest = std::max(largest, double(b.area()));
-                const double severity = n + largest / (double(frame.cols) * frame.rows);
-                if (n > 0 && Worthy(falses, severity)) {
-                    const std::string label =
-                        name + (mirror ? " mirrored " : " ") + var.name + " x" + std::to_string(n);
-                    Keep(falses, {Tile(frame, {}, d.library, label), label, severity});
-                }
-            }
-        }
+    nlohmann::ordered_json listed = nlohmann::ordered_json::array();  // frames with a library box
+    std::vector<SheetCase> worst, every;
+
+    void Add(const std::string& name, const Variant& var, bool mirror, const cv::Mat& frame,
+             const Detections& d);
+};
+
+void FalseTally::Add(const std::string& name, const Variant& var, bool mirror, const cv::Mat& frame,
+                     const Detections& d) {
+    ++frames;
+    for (int q = 0; q < kDetectorCount; ++q) boxes[q] += int(d.boxes[q].size());
+    const int n = int(d.library.kept.size());
+    byPicture[name] += n;
+    byVariant[var.name] += n;
+    if (n == 0) return;
+    const std::string framing = std::string(var.name) + (mirror ? " mirrored" : "");
+    nlohmann::ordered_json rects = nlohmann::ordered_json::array();
+    double largest = 0;
+    for (const cv::Rect2f& b : d.library.kept) {
+        rects.push_back(
+            {std::lround(b.x), std::lround(b.y), std::lround(b.width), std::lround(b.height)});
+        largest = std::max(largest, double(b.area()));
     }
+    listed.push_back({{"picture", name}, {"framing", framing}, {"boxes", n}, {"xywh", rects}});
+    // The frame with the most boxes first; among equals, the largest box.
+    const double severity = n + largest / (double(frame.cols) * frame.rows);
+    // Short enough to fit a tile: the picture's stem and "mir." for mirrored.
+    const std::string label = std::filesystem::path(name).stem().string() + " " + var.name +
+                              (mirror ? " mir." : "") + " x" + std::to_string(n);
+    SheetCase c{Tile(frame, {}, d.library, label), label, severity};
+    every.push_back(c);
+    Keep(worst, std::move(c));
+}
+
+// Boxes per frame for each detector, the library's worst pictures and every
+// frame where it kept a box.
+nlohmann::ordered_json Report(const Options& o, const FalseTally& t) {
     nlohmann::ordered_json j;
-    printf("\nFALSE BOXES: %d frames from %zu QR-free pictures (%s, each also mirrored)\n", frames,
-           byPicture.size(),
+    printf("\nFALSE BOXES: %d frames from %zu QR-free pictures (%s, each also mirrored)\n",
+           t.frames, t.byPicture.size(),
            o.quick ? "1280x720 cover"
                    : "1280x720, 1920x1080 zoomed 1.6, 720x1280, 1280x960 fitted at 60 %");
     for (int q = 0; q < kDetectorCount; ++q) {
-        const double per = frames ? double(boxes[q]) / frames : 0.0;
-        printf("  %-10s %4d boxes, %.3f per frame\n", kDetectorNames[q], boxes[q], per);
-        j[kDetectorNames[q]] = {{"boxes", boxes[q]}, {"per_frame", per}};
+        const double per = t.frames ? double(t.boxes[q]) / t.frames : 0.0;
+        printf("  %-10s %4d boxes, %.3f per frame\n", kDetectorNames[q], t.boxes[q], per);
+        j[kDetectorNames[q]] = {{"boxes", t.boxes[q]}, {"per_frame", per}};
     }
-    std::vector<std::pair<std::string, int>> worst(byPicture.begin(), byPicture.end());
+    std::vector<std::pair<std::string, int>> worst(t.byPicture.begin(), t.byPicture.end());
     std::stable_sort(worst.begin(), worst.end(),
                      [](const auto& a, const auto& b) { return a.second > b.second; });
     printf("  library's worst pictures:");
@@ -92,10 +103,45 @@ nlohmann::ordered_json RunFalseBoxes(const Options& o, Detectors& det,
         j["worst_pictures"].push_back({{"picture", worst[i].first}, {"boxes", worst[i].second}});
     }
     printf("\n  library boxes by framing:");
-    for (const auto& [name, n] : byVariant) printf(" %s %d;", name.c_str(), n);
-    printf("\n");
-    j["frames"] = frames;
-    j["pictures"] = byPicture.size();
-    j["library_by_framing"] = byVariant;
+    for (const auto& [name, n] : t.byVariant) printf(" %s %d;", name.c_str(), n);
+    printf("\n  frames where the library kept a box (%zu; boxes x y w h in frame px):\n",
+           t.listed.size());
+    for (const auto& f : t.listed) {
+        printf("    %-28s %-24s %d:", f["picture"].get<std::string>().c_str(),
+               f["framing"].get<std::string>().c_str(), f["boxes"].get<int>());
+        for (const auto& r : f["xywh"])
+            printf(" %d %d %d %d;", r[0].get<int>(), r[1].get<int>(), r[2].get<int>(),
+                   r[3].get<int>());
+        printf("\n");
+    }
+    j["frames"] = t.frames;
+    j["pictures"] = t.byPicture.size();
+    j["library_by_framing"] = t.byVariant;
+    j["library_frames_with_boxes"] = t.listed;
     return j;
+}
+
+}  // namespace
+
+nlohmann::ordered_json RunFalseBoxes(const Options& o, Detectors& det,
+                                     std::vector<SheetCase>& falses) {
+    const int variants = o.quick ? 1 : int(std::size(kVariants));
+    FalseTally tally;
+    for (const std::string& path : o.negatives) {
+        const cv::Mat picture = ReadPicture(path);
+        if (picture.empty()) continue;
+        const std::string name = std::filesystem::path(path).filename().string();
+        tally.byPicture[name] += 0;
+        for (int v = 0; v < variants; ++v)
+            for (const bool mirror : {false, true}) {
+                const cv::Mat frame = MakeFrame(picture, kVariants[v], mirror);
+                tally.Add(name, kVariants[v], mirror, frame, det.Run(frame));
+            }
+    }
+    falses = tally.worst;
+    WriteContactSheet(o.outDir + "/false_boxes.png",
+                      {{"every QR-free frame where the library kept a box: kept boxes green, "
+                        "edge band red",
+                        &tally.every}});
+    return Report(o, tally);
 }

@@ -134,7 +134,12 @@ nlohmann::ordered_json Evaluate(const Options& o, Detectors& det) {
         "\nframes where the library's count of kept boxes disagreed with the boxes read as clear "
         "of the edge band: %d\n",
         mismatches);
-    WriteContactSheet(o.outDir + "/worst_cases.png", misses, falses);
+    WriteContactSheet(
+        o.outDir + "/worst_cases.png",
+        {{"worst misses (largest codes not found): truth blue, kept boxes green, "
+          "edge band red",
+          &misses},
+         {"worst false boxes (most per frame): kept boxes green, edge band red", &falses}});
     return j;
 }
 
@@ -167,8 +172,8 @@ int main(int argc, char** argv) {
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         j["seconds"] = seconds;
-        printf("\nwrote %s/recall_vs_size.csv, %s/worst_cases.png; %.0f s\n", o.outDir.c_str(),
-               o.outDir.c_str(), seconds);
+        printf("\nwrote %s/recall_vs_size.csv, %s/worst_cases.png, %s/false_boxes.png; %.0f s\n",
+               o.outDir.c_str(), o.outDir.c_str(), o.outDir.c_str(), seconds);
         if (!o.json.empty()) {
             std::ofstream(o.json) << j.dump(2) << "\n";
             printf("wrote %s\n", o.json.c_str());

@@ -5,17 +5,13 @@
 #include <fstream>
 #include <map>
 
-#include "evaluation.h"
 #include "match.h"
+#include "sweep_frame.h"
 #include "sweep_layout.h"
 
 namespace {
 
-const cv::Size kFrames[] = {{1280, 720}, {1920, 1080}, {1280, 960}, {720, 1280}};
-const int kTilts[] = {0, 30, 45, 60};
-const Surface kSurfaces[] = {Surface::kPlain, Surface::kPaperOnDesk, Surface::kNatural};
 constexpr double kSmallest = 16;  // input pixels
-constexpr double kCell = 64;      // input pixels: the coarsest stride in use
 
 // The library's figures the detector is held to: recall of codes of 40 input px
 // and more up to 45 degrees of tilt, of 24-40 px codes, of 40 px and more at 60
@@ -31,89 +27,26 @@ struct Tally {
     // on the code that fits badly (0.1 <= IoU < 0.5), or none there at all.
     int inEdgeBand = 0, poorBox = 0, noBox = 0;
     std::vector<double> iou, sizeError;
+
+    void Add(const std::vector<cv::Rect2f>& truths, const Detections& d, const CodeRecord& r);
 };
 
-std::string FrameName(cv::Size s) {
-    return std::to_string(s.width) + "x" + std::to_string(s.height);
-}
-
-// One frame size of the sweep: its backgrounds, cut a little larger than the
-// frame so that crops vary, and the sizes of its codes.
-struct FrameSetting {
-    int index;
-    cv::Size size;
-    double scale;    // input px per frame px
-    double largest;  // input px: the largest code that fits inside the band
-    std::vector<cv::Mat> desks, natural;
-};
-
-FrameSetting SettingFor(int f, const Backgrounds& bg) {
-    FrameSetting fs{f, kFrames[f], InputScale(kFrames[f].width, kFrames[f].height), 0, {}, {}};
-    const cv::Size cover = fs.size + fs.size / 8;
-    for (const cv::Mat& m : bg.desks) fs.desks.push_back(CoverFrame(m, cover));
-    for (const cv::Mat& m : bg.natural) fs.natural.push_back(CoverFrame(m, cover));
-    fs.largest =
-        (std::min(fs.size.width, fs.size.height) - 2.0 * (kEdgeBand + kFitMargin)) * fs.scale;
-    return fs;
-}
-
-// One case: size step, cell offset, tilt and surface of a frame size.
-struct SweepCase {
-    int step, offset, tilt, surface;
-    int steps, offsets;
-};
-
-struct SweepFrame {
-    SceneSetup setup;
-    CodeText text;
-    Scene scene;
-};
-
-// Draws the case's code (seeded by the case) and renders its frame.
-SweepFrame MakeFrame(const FrameSetting& fs, const SweepCase& c) {
-    const cv::Size size = fs.size;
-    const double input =
-        kSmallest * std::pow(fs.largest / kSmallest, double(c.step) / (c.steps - 1));
-    const float side = float(input / fs.scale);
-    const uint64_t seed = 1000003ull * (fs.index + 1) + 10007ull * c.step + 101ull * c.offset +
-                          11ull * c.tilt + c.surface;
-    cv::RNG rng(seed);
-    const double roll = rng.uniform(-15.0, 15.0);
-    const double axis = rng.uniform(0.0, 180.0);
-    const double distance = rng.uniform(2.5, 5.0);
-    const Quad shape =
-        FitQuad(ViewedSquare({0, 0}, 100, roll, kTilts[c.tilt], axis, distance), {0, 0}, side);
-    const cv::Rect2f box = TruthBox(shape);
-    const double cell = kCell / fs.scale;
-    const double band = kEdgeBand + kFitMargin;
-    const double cx =
-        PlaceOnCellGrid(band + box.width / 2, size.width - band - box.width / 2,
-                        rng.uniform(0.0, 1.0), cell, cell * CellPhase(c.offset, c.offsets, 0));
-    const double cy =
-        PlaceOnCellGrid(band + box.height / 2, size.height - band - box.height / 2,
-                        rng.uniform(0.0, 1.0), cell, cell * CellPhase(c.offset, c.offsets, 1));
-    SweepFrame out;
-    SceneSetup& setup = out.setup;
-    setup.frameSize = size;
-    setup.surface = kSurfaces[c.surface];
-    setup.seed = seed;
-    setup.degradation =
-        Degradations()[(c.step + c.offset + 2 * c.tilt + c.surface) % Degradations().size()];
-    CodePlacement code;
-    code.text = SampleText(seed);
-    code.corners = FitQuad(shape, cv::Point2f(float(cx), float(cy)), side);
-    if (setup.surface == Surface::kPaperOnDesk && !fs.desks.empty()) {
-        setup.background = &fs.desks[rng.uniform(0, int(fs.desks.size()))];
-        for (float& m : code.marginModules) m = float(rng.uniform(2.0, 8.0));
-    } else if (setup.surface == Surface::kNatural && !fs.natural.empty()) {
-        setup.background = &fs.natural[rng.uniform(0, int(fs.natural.size()))];
+void Tally::Add(const std::vector<cv::Rect2f>& truths, const Detections& d, const CodeRecord& r) {
+    for (int q = 0; q < kDetectorCount; ++q) rates[q].Add(r.found[q]);
+    if (r.found[kLibrary]) {
+        iou.push_back(r.iou);
+        sizeError.push_back(r.sizeError);
+    } else if (MatchBoxes(truths, d.library.survivors)[0] >= 0) {
+        ++inEdgeBand;
+    } else if (MatchBoxes(truths, d.library.survivors, 0.1f)[0] >= 0) {
+        ++poorBox;
     } else {
-        for (float& m : code.marginModules) m = float(rng.uniform(0.0, 1.5));
+        ++noBox;
     }
-    out.text = code.text;
-    setup.codes.push_back(code);
-    out.scene = RenderScene(setup);
-    return out;
+}
+
+double StepSize(const SweepSetting& fs, int step, int steps) {
+    return kSmallest * std::pow(fs.largest / kSmallest, double(step) / (steps - 1));
 }
 
 // Every tally of the sweep.
@@ -125,26 +58,20 @@ struct SweepTally {
     std::map<std::tuple<int, int>, double> stepSize;   // frame, step -> input px
     int frames = 0;
     GoalTally goal;
+    Tally oldLargest;  // run 4's largest size, tallied apart from the rest
+    std::map<std::string, double> largest, oldLargestSize;  // frame -> input px
+    LowVersionTally lowVersions;
 
-    void Add(const FrameSetting& fs, const SweepCase& c, const SweepFrame& frame,
+    void Add(const SweepSetting& fs, const SweepCase& c, const SweepFrame& frame,
              const Detections& d, const CodeRecord& r, std::vector<SheetCase>& misses);
 };
 
-void SweepTally::Add(const FrameSetting& fs, const SweepCase& c, const SweepFrame& frame,
+void SweepTally::Add(const SweepSetting& fs, const SweepCase& c, const SweepFrame& frame,
                      const Detections& d, const CodeRecord& r, std::vector<SheetCase>& misses) {
     const std::vector<cv::Rect2f>& truths = frame.scene.truths;
-    if (!r.found[kLibrary]) {
-        Tally& why = bands[r.band];
-        if (MatchBoxes(truths, d.library.survivors)[0] >= 0)
-            ++why.inEdgeBand;
-        else if (MatchBoxes(truths, d.library.survivors, 0.1f)[0] >= 0)
-            ++why.poorBox;
-        else
-            ++why.noBox;
-    }
-    const int tilt = kTilts[c.tilt];
+    bands[r.band].Add(truths, d, r);
+    const int tilt = kSweepTilts[c.tilt];
     for (int q = 0; q < kDetectorCount; ++q) {
-        bands[r.band].rates[q].Add(r.found[q]);
         byTilt[tilt][q].Add(r.found[q]);
         cells[{fs.index, c.step, c.tilt}][q].Add(r.found[q]);
     }
@@ -156,10 +83,7 @@ void SweepTally::Add(const FrameSetting& fs, const SweepCase& c, const SweepFram
         goal.iou40.push_back(r.iou);
         goal.sizeError40.push_back(r.sizeError);
     }
-    if (found) {
-        bands[r.band].iou.push_back(r.iou);
-        bands[r.band].sizeError.push_back(r.sizeError);
-    } else if (Worthy(misses, r.inputSize)) {
+    if (!found && Worthy(misses, r.inputSize)) {
         char label[96];
         snprintf(label, sizeof label, "%s %.0fpx tilt %d %s", FrameName(fs.size).c_str(),
                  r.inputSize, tilt, SurfaceName(frame.setup.surface));
@@ -170,62 +94,91 @@ void SweepTally::Add(const FrameSetting& fs, const SweepCase& c, const SweepFram
     byFrame[FrameName(fs.size)].Add(found);
 }
 
-// Runs every case of one frame size through the detectors into `tally`.
-void RunFrameSize(const Options& o, Detectors& det, const FrameSetting& fs, int steps, int offsets,
+// Calls `each` with every case of one size step: offsets, tilts and
+// surfaces (one surface per case in turn in quick runs).
+template <typename Each>
+void ForEachCase(const Options& o, int step, int offsets, double input, double clear, Each each) {
+    for (int off = 0; off < offsets; ++off)
+        for (int t = 0; t < int(std::size(kSweepTilts)); ++t)
+            for (int su = 0; su < kSweepSurfaces; ++su) {
+                if (o.quick && su != (step + off + t) % kSweepSurfaces) continue;
+                each(SweepCase{step, off, t, su, offsets, input, clear});
+            }
+}
+
+// Runs every case of one frame size through the detectors into `tally`,
+// then run 4's largest size again on the very frames run 4 drew for it.
+void RunFrameSize(const Options& o, Detectors& det, const SweepSetting& fs, int steps, int offsets,
                   SweepTally& tally, DecodeTally& decode, std::vector<SheetCase>& misses) {
     for (int k = 0; k < steps; ++k) {
-        tally.stepSize[{fs.index, k}] =
-            kSmallest * std::pow(fs.largest / kSmallest, double(k) / (steps - 1));
-        for (int off = 0; off < offsets; ++off) {
-            for (int t = 0; t < 4; ++t) {
-                for (int su = 0; su < 3; ++su) {
-                    // Quick runs take one surface per case, in turn.
-                    if (o.quick && su != (k + off + t) % 3) continue;
-                    const SweepCase c{k, off, t, su, steps, offsets};
-                    const SweepFrame frame = MakeFrame(fs, c);
-                    const Detections d = det.Run(frame.scene.frame);
-                    ++tally.frames;
-                    const CodeRecord r = Score(d, frame.scene.truths, fs.scale)[0];
-                    CheckDecode(d, frame.scene.truths[0], frame.text.bytes, frame.text.text,
-                                decode);
-                    tally.Add(fs, c, frame, d, r, misses);
-                }
-            }
-        }
+        const double input = StepSize(fs, k, steps);
+        tally.stepSize[{fs.index, k}] = input;
+        ForEachCase(o, k, offsets, input, ClearOfBand(input / fs.scale), [&](const SweepCase& c) {
+            const SweepFrame frame = MakeSweepFrame(fs, c);
+            const Detections d = det.Run(frame.scene.frame);
+            ++tally.frames;
+            const CodeRecord r = Score(d, frame.scene.truths, fs.scale)[0];
+            CheckDecode(d, frame.scene.truths[0], frame.text.bytes, frame.text.text, decode);
+            tally.Add(fs, c, frame, d, r, misses);
+        });
     }
+    ForEachCase(o, steps - 1, offsets, fs.oldLargest, kFitMargin, [&](const SweepCase& c) {
+        const SweepFrame frame = MakeSweepFrame(fs, c);
+        const Detections d = det.Run(frame.scene.frame);
+        tally.oldLargest.Add(frame.scene.truths, d, Score(d, frame.scene.truths, fs.scale)[0]);
+    });
 }
 
 nlohmann::ordered_json OrNull(const std::vector<double>& v) {
     return v.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(Median(v));
 }
 
-// Recall by size band, with the library's box accuracy and its misses by cause.
-nlohmann::ordered_json ReportBands(const SweepTally& tally) {
+// One row of the size table: recall, the library's box accuracy and its
+// misses by cause, printed and as JSON.
+nlohmann::ordered_json ReportRow(const std::string& label, const Tally& t) {
+    char extra[96];
+    snprintf(extra, sizeof extra, "%s | %d, %d, %d",
+             t.iou.empty()
+                 ? "-"
+                 : cv::format("%.2f, %+5.1f %%", Median(t.iou), 100 * Median(t.sizeError)).c_str(),
+             t.inEdgeBand, t.poorBox, t.noBox);
+    PrintRates(label, t.rates, extra);
+    nlohmann::ordered_json row;
+    row["recall"] = ToJson(t.rates);
+    row["library_misses"] = {
+        {"box_in_edge_band", t.inEdgeBand}, {"poor_box", t.poorBox}, {"no_box", t.noBox}};
+    row["library_median_iou"] = OrNull(t.iou);
+    row["library_median_size_error"] = OrNull(t.sizeError);
+    return row;
+}
+
+// Recall by size band, then run 4's largest size apart.
+nlohmann::ordered_json ReportBands(const SweepTally& tally, nlohmann::ordered_json& j) {
     PrintRatesHeader("input size (px)",
                      "lib. median IoU, size err | misses: edge band, poor box, none");
     nlohmann::ordered_json rows;
     for (size_t b = 0; b < kSizeBands.size(); ++b) {
-        const Tally& t = tally.bands[b];
-        char extra[96];
-        snprintf(
-            extra, sizeof extra, "%s | %d, %d, %d",
-            t.iou.empty()
-                ? "-"
-                : cv::format("%.2f, %+5.1f %%", Median(t.iou), 100 * Median(t.sizeError)).c_str(),
-            t.inEdgeBand, t.poorBox, t.noBox);
-        PrintRates(kSizeBands[b].name, t.rates, extra);
         nlohmann::ordered_json row = {
             {"band", kSizeBands[b].name},
             {"lo", kSizeBands[b].lo},
             {"hi", kSizeBands[b].hi >= 1e9 ? nlohmann::ordered_json()
                                            : nlohmann::ordered_json(kSizeBands[b].hi)}};
-        row["recall"] = ToJson(t.rates);
-        row["library_misses"] = {
-            {"box_in_edge_band", t.inEdgeBand}, {"poor_box", t.poorBox}, {"no_box", t.noBox}};
-        row["library_median_iou"] = OrNull(t.iou);
-        row["library_median_size_error"] = OrNull(t.sizeError);
+        row.update(ReportRow(kSizeBands[b].name, tally.bands[b]));
         rows.push_back(row);
     }
+    nlohmann::ordered_json old = ReportRow("old largest", tally.oldLargest);
+    printf("  largest size (input px), clear of the band by 5 %% of its side: ");
+    for (const auto& [frame, px] : tally.largest) {
+        printf(" %s %.0f;", frame.c_str(), px);
+        j["largest_input_px"][frame] = px;
+    }
+    printf("\n  old largest (not in the bands above; 8 frame px clear, run 4's frames):");
+    for (const auto& [frame, px] : tally.oldLargestSize) {
+        printf(" %s %.0f;", frame.c_str(), px);
+        old["input_px"][frame] = px;
+    }
+    printf("\n");
+    j["old_largest"] = old;
     return rows;
 }
 
@@ -259,11 +212,12 @@ nlohmann::ordered_json ReportCurve(const Options& o, const SweepTally& tally) {
     for (const auto& [key, r] : tally.cells) {
         const auto [f, k, t] = key;
         const double input = tally.stepSize.at({f, k});
-        csv << FrameName(kFrames[f]) << "," << input << "," << kTilts[t] << "," << r[kLibrary].total
-            << "," << r[kLibrary].hit << "," << r[kZxing].hit << "," << r[kOpenCv].hit << "\n";
-        curve.push_back({{"frame", FrameName(kFrames[f])},
+        csv << FrameName(kSweepFrames[f]) << "," << input << "," << kSweepTilts[t] << ","
+            << r[kLibrary].total << "," << r[kLibrary].hit << "," << r[kZxing].hit << ","
+            << r[kOpenCv].hit << "\n";
+        curve.push_back({{"frame", FrameName(kSweepFrames[f])},
                          {"input_px", input},
-                         {"tilt", kTilts[t]},
+                         {"tilt", kSweepTilts[t]},
                          {"recall", ToJson(r)}});
     }
     return curve;
@@ -282,7 +236,7 @@ nlohmann::ordered_json ReportSweep(const Options& o, int steps, int offsets,
         "the peers have none\n",
         kEdgeBand);
     nlohmann::ordered_json j;
-    j["bands"] = ReportBands(tally);
+    j["bands"] = ReportBands(tally, j);
     ReportBreakdowns(tally, j);
     const nlohmann::ordered_json curve = ReportCurve(o, tally);
     const GoalTally& goal = tally.goal;
@@ -298,6 +252,7 @@ nlohmann::ordered_json ReportSweep(const Options& o, int steps, int offsets,
         Percent(goal.upright40).c_str(), Percent(goal.steep40).c_str(),
         Percent(goal.small24to40).c_str(), Median(goal.iou40), 100 * Median(goal.sizeError40));
     j["recall_vs_size"] = curve;
+    j["large_low_version"] = ReportLowVersions(tally.lowVersions);
     return j;
 }
 
@@ -308,9 +263,13 @@ nlohmann::ordered_json RunSweep(const Options& o, Detectors& det, const Backgrou
     const int steps = o.quick ? 12 : 14;
     const int offsets = o.quick ? 6 : 8;
     SweepTally tally;
-    for (int f = 0; f < int(std::size(kFrames)); ++f) {
-        RunFrameSize(o, det, SettingFor(f, bg), steps, offsets, tally, decode, misses);
-        fprintf(stderr, "sweep: %s done, %d frames so far\n", FrameName(kFrames[f]).c_str(),
+    for (int f = 0; f < int(std::size(kSweepFrames)); ++f) {
+        const SweepSetting fs = SweepSettingFor(f, bg);
+        tally.largest[FrameName(fs.size)] = fs.largest;
+        tally.oldLargestSize[FrameName(fs.size)] = fs.oldLargest;
+        RunFrameSize(o, det, fs, steps, offsets, tally, decode, misses);
+        RunLowVersions(o, det, fs, tally.lowVersions);
+        fprintf(stderr, "sweep: %s done, %d frames so far\n", FrameName(kSweepFrames[f]).c_str(),
                 tally.frames);
     }
     return ReportSweep(o, steps, offsets, tally);

@@ -15,3 +15,19 @@ double PlaceOnCellGrid(double lo, double hi, double coarse, double cell, double 
     while (v < lo) v += cell;
     return v;
 }
+
+namespace {
+
+constexpr double kLeastClear = 8;     // frame px
+constexpr double kClearShare = 0.05;  // of the side
+
+}  // namespace
+
+double ClearOfBand(double side) {
+    return std::max(kLeastClear, kClearShare * side);
+}
+
+double LargestClearSide(double frameSide, double band) {
+    const double room = frameSide - 2 * band;
+    return std::max(0.0, std::min(room - 2 * kLeastClear, room / (1 + 2 * kClearShare)));
+}

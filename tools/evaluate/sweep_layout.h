@@ -13,3 +13,12 @@ double CellPhase(int offset, int offsets, int axis);
 // cell, the phase is wrapped into the range: the offsets still spread the
 // code over it, but no longer at their exact phases.
 double PlaceOnCellGrid(double lo, double hi, double coarse, double cell, double phase);
+
+// The least room, in frame pixels, a sweep code's truth box keeps from the
+// edge band: 8 px, and 5 % of its side for large codes, so that a box off by
+// a step of the coarsest head still clears the band.
+double ClearOfBand(double side);
+
+// The largest truth side, in frame pixels, that fits in `frameSide` with
+// `band` px at each edge and ClearOfBand(side) inside it.
+double LargestClearSide(double frameSide, double band);
