@@ -74,54 +74,97 @@ void FillSheet(cv::Mat& frame, const Quad& quad, const cv::Scalar& colour) {
     cv::fillConvexPoly(frame, pts, colour, cv::LINE_AA, kShift);
 }
 
+// A code's label in module units: the symbol's n x n modules with the quiet
+// zone and paper margin around them.
+struct Label {
+    cv::Mat modules;
+    int n = 0;
+    float left = 0, top = 0, right = 0, bottom = 0;
+};
+
+// The frame pixels the label covers, a little grown, and the longest edge of
+// the drawn symbol.
+cv::Rect LabelRoi(const Label& l, const cv::Mat& toFrame, const CodePlacement& c,
+                  const cv::Size frame, float* longestEdge) {
+    const float n = float(l.n);
+    const cv::Point2f corners[4] = {{-l.left, -l.top},
+                                    {n + l.right, -l.top},
+                                    {n + l.right, n + l.bottom},
+                                    {-l.left, n + l.bottom}};
+    float x0 = 1e9f, y0 = 1e9f, x1 = -1e9f, y1 = -1e9f;
+    *longestEdge = 0;
+    for (int i = 0; i < 4; ++i) {
+        const cv::Point2f p = Apply(toFrame, corners[i]);
+        x0 = std::min(x0, p.x), y0 = std::min(y0, p.y);
+        x1 = std::max(x1, p.x), y1 = std::max(y1, p.y);
+        *longestEdge =
+            std::max(*longestEdge, float(cv::norm(c.corners[i] - c.corners[(i + 1) % 4])));
+    }
+    return cv::Rect(cv::Point(int(std::floor(x0)) - 2, int(std::floor(y0)) - 2),
+                    cv::Point(int(std::ceil(x1)) + 2, int(std::ceil(y1)) + 2)) &
+           cv::Rect(0, 0, frame.width, frame.height);
+}
+
+// The label drawn flat, `s` pixels a module.
+cv::Mat FlatLabel(const Label& l, int s, const cv::Scalar& paper, const cv::Scalar& ink) {
+    const int cols = int(std::round((l.left + l.n + l.right) * s));
+    const int rows = int(std::round((l.top + l.n + l.bottom) * s));
+    cv::Mat src(rows, cols, CV_8UC3, paper);
+    cv::Mat grown;
+    cv::resize(l.modules, grown, cv::Size(l.n * s, l.n * s), 0, 0, cv::INTER_NEAREST);
+    cv::Mat symbolArea =
+        src(cv::Rect(int(std::round(l.left * s)), int(std::round(l.top * s)), l.n * s, l.n * s));
+    symbolArea.setTo(ink, grown == 0);
+    return src;
+}
+
+// frame = warped + (1 - alpha) * frame: outside the label both were sampled
+// against zero, so `warped` is already weighted by coverage.
+void Composite(cv::Mat target, const cv::Mat& warped, const cv::Mat& alpha) {
+    for (int y = 0; y < target.rows; ++y) {
+        cv::Vec3b* f = target.ptr<cv::Vec3b>(y);
+        const cv::Vec3b* w = warped.ptr<cv::Vec3b>(y);
+        const uint8_t* a = alpha.ptr<uint8_t>(y);
+        for (int x = 0; x < target.cols; ++x) {
+            if (a[x] == 0) continue;
+            const int keep = 255 - a[x];
+            for (int k = 0; k < 3; ++k)
+                f[x][k] = cv::saturate_cast<uint8_t>(w[x][k] + (f[x][k] * keep + 127) / 255);
+        }
+    }
+}
+
 // Draws one code: its label (quiet zone plus paper margin) and modules,
 // through the homography that puts the symbol's corners on `c.corners`. Drawn
 // at twice the frame's resolution inside the label's bounding box and
 // averaged down, so edges are antialiased the way a lens would blur them.
 void DrawCode(cv::Mat& frame, const CodePlacement& c, const cv::Scalar& paper,
               const cv::Scalar& ink) {
-    const cv::Mat modules = EncodeQr(c.text.bytes);
-    if (modules.empty()) return;
-    const int n = modules.cols;
+    Label l;
+    l.modules = EncodeQr(c.text.bytes);
+    if (l.modules.empty()) return;
+    l.n = l.modules.cols;
     const float q = static_cast<float>(c.quietModules);
-    const float left = q + c.marginModules[0], top = q + c.marginModules[1];
-    const float right = q + c.marginModules[2], bottom = q + c.marginModules[3];
+    l.left = q + c.marginModules[0], l.top = q + c.marginModules[1];
+    l.right = q + c.marginModules[2], l.bottom = q + c.marginModules[3];
+    const int n = l.n;
 
     // Symbol (module units) to frame.
     const cv::Point2f sym[4] = {{0, 0}, {float(n), 0}, {float(n), float(n)}, {0, float(n)}};
     const cv::Point2f dst[4] = {c.corners[0], c.corners[1], c.corners[2], c.corners[3]};
     const cv::Mat toFrame = cv::getPerspectiveTransform(sym, dst);
-    Quad label;
-    const cv::Point2f labelCorners[4] = {
-        {-left, -top}, {n + right, -top}, {n + right, n + bottom}, {-left, n + bottom}};
-    for (int i = 0; i < 4; ++i) label[i] = Apply(toFrame, labelCorners[i]);
-    float x0 = 1e9f, y0 = 1e9f, x1 = -1e9f, y1 = -1e9f;
     float longestEdge = 0;
-    for (int i = 0; i < 4; ++i) {
-        x0 = std::min(x0, label[i].x), y0 = std::min(y0, label[i].y);
-        x1 = std::max(x1, label[i].x), y1 = std::max(y1, label[i].y);
-        longestEdge = std::max(longestEdge, float(cv::norm(c.corners[i] - c.corners[(i + 1) % 4])));
-    }
-    const cv::Rect roi = cv::Rect(cv::Point(int(std::floor(x0)) - 2, int(std::floor(y0)) - 2),
-                                  cv::Point(int(std::ceil(x1)) + 2, int(std::ceil(y1)) + 2)) &
-                         cv::Rect(0, 0, frame.cols, frame.rows);
+    const cv::Rect roi = LabelRoi(l, toFrame, c, frame.size(), &longestEdge);
     if (roi.empty()) return;
 
     constexpr int kSuper = 2;
     // Source resolution at least that of the drawn symbol's nearest edge.
     const int s = std::clamp(int(std::ceil(kSuper * longestEdge / n)) + 1, 2, 48);
-    const int cols = int(std::round((left + n + right) * s));
-    const int rows = int(std::round((top + n + bottom) * s));
-    cv::Mat src(rows, cols, CV_8UC3, paper);
-    cv::Mat grown;
-    cv::resize(modules, grown, cv::Size(n * s, n * s), 0, 0, cv::INTER_NEAREST);
-    cv::Mat symbolArea =
-        src(cv::Rect(int(std::round(left * s)), int(std::round(top * s)), n * s, n * s));
-    symbolArea.setTo(ink, grown == 0);
+    const cv::Mat src = FlatLabel(l, s, paper, ink);
 
     // Source pixels (continuous) -> module units -> frame -> patch.
     const cv::Mat srcToModules =
-        (cv::Mat_<double>(3, 3) << 1.0 / s, 0, -left, 0, 1.0 / s, -top, 0, 0, 1);
+        (cv::Mat_<double>(3, 3) << 1.0 / s, 0, -l.left, 0, 1.0 / s, -l.top, 0, 0, 1);
     const cv::Mat frameToPatch =
         (cv::Mat_<double>(3, 3) << kSuper, 0, -kSuper * roi.x, 0, kSuper, -kSuper * roi.y, 0, 0, 1);
     const cv::Mat h = ToPixelCentres(frameToPatch * toFrame * srcToModules);
@@ -132,20 +175,7 @@ void DrawCode(cv::Mat& frame, const CodePlacement& c, const cv::Scalar& paper,
                         cv::INTER_LINEAR, cv::BORDER_CONSTANT);
     cv::resize(warped, warped, roi.size(), 0, 0, cv::INTER_AREA);
     cv::resize(alpha, alpha, roi.size(), 0, 0, cv::INTER_AREA);
-    // Outside the label both were sampled against zero, so `warped` is
-    // already weighted by coverage: frame = warped + (1 - alpha) * frame.
-    cv::Mat target = frame(roi);
-    for (int y = 0; y < roi.height; ++y) {
-        cv::Vec3b* f = target.ptr<cv::Vec3b>(y);
-        const cv::Vec3b* w = warped.ptr<cv::Vec3b>(y);
-        const uint8_t* a = alpha.ptr<uint8_t>(y);
-        for (int x = 0; x < roi.width; ++x) {
-            if (a[x] == 0) continue;
-            const int keep = 255 - a[x];
-            for (int k = 0; k < 3; ++k)
-                f[x][k] = cv::saturate_cast<uint8_t>(w[x][k] + (f[x][k] * keep + 127) / 255);
-        }
-    }
+    Composite(frame(roi), warped, alpha);
 }
 
 void Degrade(cv::Mat& frame, const Degradation& d, uint64_t seed) {
