@@ -30,7 +30,7 @@ from model import net as netmod
 from model import qrdata
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-THRESHOLD = -0.8473  # the library's, on the logit
+THRESHOLD = layout.SCORE_THRESHOLD_LOGIT
 HELD_OUT_SEED = 999983  # never a training seed
 SHIFTS = [round(0.1 * k, 1) for k in range(31)]
 MIN_SIZE = 24.0  # input px: recall of codes at least this large is what a shift may not cost

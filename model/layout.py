@@ -41,6 +41,10 @@ HEADS = [
     Head("_372", 128, -255, 0.0829123929142952),
 ]
 
+# The library keeps a cell whose score logit is at least this (a probability of
+# 0.3); calibration and evaluation here apply the same rule.
+SCORE_THRESHOLD_LOGIT = -0.8473
+
 OUTPUT_NAMES = [h.name for h in HEADS]
 STRIDES = [h.stride for h in HEADS]
 # (zero point, scale) per output, in output order
@@ -55,6 +59,7 @@ def as_dict():
         "input_name": INPUT_NAME,
         "values_per_cell": VALUES_PER_CELL,
         "output_values": OUTPUT_VALUES,
+        "score_threshold_logit": SCORE_THRESHOLD_LOGIT,
         "heads": [h._asdict() for h in HEADS],
     }
 

@@ -208,7 +208,10 @@ class LayoutTest(unittest.TestCase):
         )
         self.assertEqual(run.stdout.count("\n"), 1)
         got = json.loads(run.stdout)
-        self.assertEqual(list(got), ["input_side", "input_name", "values_per_cell", "output_values", "heads"])
+        self.assertEqual(
+            list(got),
+            ["input_side", "input_name", "values_per_cell", "output_values", "score_threshold_logit", "heads"],
+        )
         self.assertEqual(
             (got["input_side"], got["input_name"], got["values_per_cell"], got["output_values"]),
             (layout.INPUT_SIDE, layout.INPUT_NAME, layout.VALUES_PER_CELL, layout.OUTPUT_VALUES),

@@ -1,7 +1,8 @@
-// The detector's layout is written twice, once for the library (C++) and once
-// for training and export (model/layout.py); the committed model file carries
-// a third copy in its header. All three must agree, or a retrained model would
-// be read back with the wrong quantization or the wrong head order.
+// The detector's layout and score threshold are written twice, once for the
+// library (C++) and once for training and export (model/layout.py); the
+// committed model file carries a third copy of the layout in its header. All
+// must agree, or a retrained model would be read back with the wrong
+// quantization or head order, or calibrated against another threshold.
 #include "inference/detector_layout.h"
 
 #include <cstdio>
@@ -13,6 +14,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "detect/detection_rules.h"
 #include "model_header.h"
 
 namespace {
@@ -40,6 +42,7 @@ TEST(DetectorLayout, PythonModuleMatchesTheLibrarysTable) {
     EXPECT_EQ(layout.at("input_name"), detector_layout::kInputName);
     EXPECT_EQ(layout.at("values_per_cell"), detector_layout::kValuesPerCell);
     EXPECT_EQ(layout.at("output_values"), detector_layout::kOutputValues);
+    EXPECT_EQ(layout.at("score_threshold_logit").get<double>(), detection_rules::kMinScoreLogit);
     const nlohmann::json& heads = layout.at("heads");
     ASSERT_EQ(heads.size(), static_cast<size_t>(kHeadCount));
     for (int i = 0; i < kHeadCount; ++i) {
