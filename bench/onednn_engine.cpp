@@ -68,12 +68,10 @@ struct Map {
     dnnl::memory memory;
 };
 
-struct Step {
-    Op op = Op::kConv;
-    const OnnxNode* node = nullptr;
-    int in[2] = {-1, -1};
-    int out = -1;
-    bool relu = false;
+// A planned step and what the engine makes for it.
+struct Step : PlannedStep {
+    explicit Step(const PlannedStep& p) : PlannedStep(p), op(p.node->op) {}
+    Op op;
     dnnl::memory plainWeights, weights, bias;  // kConv
     std::vector<float> outputScales;           // kConv, 8-bit
     dnnl::primitive primitive;
@@ -99,12 +97,6 @@ class ThreadCount {
 // smallest largest code difference from dnn (65; 1: 67, 0.99999: 69, 0.999: 68,
 // 0.9995: 82); the share of codes that differ hardly moves (66 to 74 %).
 constexpr double kKept = 0.9999;
-
-// Output size of a window sliding over `size` pixels, as ONNX counts it.
-int Slide(int size, int kernel, int stride, int padBefore, int padAfter) {
-    const int span = size + padBefore + padAfter - kernel;
-    return span < 0 ? 0 : span / stride + 1;
-}
 
 class OnednnEngine : public Engine {
   public:
@@ -141,71 +133,16 @@ class OnednnEngine : public Engine {
     int roomN_ = 0, roomH_ = 0, roomW_ = 0;
 };
 
-// Assigns every value of the graph a map, folding ReLUs and transposes away.
+// Every value of the graph gets a map; ReLUs and transposes fold away.
 bool OnednnEngine::Plan(const ModelHeader& header, std::string* why) {
-    std::map<std::string, int> mapOf = {{graph_.input, 0}};
-    std::map<std::string, int> uses;
-    for (const auto& node : graph_.nodes)
-        for (const auto& i : node.inputs) ++uses[i];
-    for (const auto& o : header.outputs) ++uses[o.name];
-    std::set<std::string> channelsLast;
-    std::map<int, int> stepMaking;
+    std::vector<std::string> names;
+    for (const auto& o : header.outputs) names.push_back(o.name);
+    ChannelsLastPlan plan;
+    if (!PlanChannelsLast(graph_, names, &plan, why)) return false;
     maps_.clear();
-    maps_.emplace_back(graph_.inputChannels);
-
-    for (const auto& node : graph_.nodes) {
-        for (const auto& i : node.inputs) {
-            if (channelsLast.count(i)) {
-                *why = "a layer reads " + i + " after its transpose to channels-last";
-                return false;
-            }
-        }
-        const int in = mapOf.at(node.inputs[0]);
-        if (node.op == Op::kToChannelsLast) {
-            mapOf[node.output] = in;
-            channelsLast.insert(node.output);
-            continue;
-        }
-        if (node.op == Op::kRelu && uses[node.inputs[0]] == 1 && stepMaking.count(in)) {
-            Step& before = steps_[stepMaking[in]];
-            if ((before.op == Op::kConv || before.op == Op::kAdd) && !before.relu) {
-                before.relu = true;
-                mapOf[node.output] = in;
-                continue;
-            }
-        }
-        Step s;
-        s.op = node.op;
-        s.node = &node;
-        s.in[0] = in;
-        int channels = maps_[in].channels;
-        if (node.op == Op::kConv) {
-            if (node.inChannels != channels) {
-                *why = "a convolution expects " + std::to_string(node.inChannels) +
-                       " channels, its input has " + std::to_string(channels);
-                return false;
-            }
-            channels = node.outChannels;
-        } else if (node.op == Op::kAdd) {
-            s.in[1] = mapOf.at(node.inputs[1]);
-            if (maps_[s.in[1]].channels != channels) {
-                *why = "an addition of maps with different channel counts";
-                return false;
-            }
-        }
-        s.out = static_cast<int>(maps_.size());
-        maps_.emplace_back(channels);
-        mapOf[node.output] = s.out;
-        stepMaking[s.out] = static_cast<int>(steps_.size());
-        steps_.push_back(std::move(s));
-    }
-    for (const auto& o : header.outputs) {
-        if (!channelsLast.count(o.name)) {
-            *why = "output " + o.name + " is not transposed to channels-last";
-            return false;
-        }
-        outputs_.push_back(mapOf.at(o.name));
-    }
+    for (int c : plan.channels) maps_.emplace_back(c);
+    for (const auto& p : plan.steps) steps_.emplace_back(p);
+    outputs_ = plan.outputs;
     return true;
 }
 
@@ -296,12 +233,8 @@ void OnednnEngine::Setup(int n, int h, int w, bool allocate) {
     for (auto& s : steps_) {
         const Map& in = maps_[s.in[0]];
         Map& out = maps_[s.out];
-        out.n = in.n, out.h = in.h, out.w = in.w;
-        const OnnxNode& node = *s.node;
-        if (s.op == Op::kConv || s.op == Op::kMaxPool) {
-            out.h = Slide(in.h, node.kernel[0], node.stride[0], node.pads[0], node.pads[2]);
-            out.w = Slide(in.w, node.kernel[1], node.stride[1], node.pads[1], node.pads[3]);
-        }
+        out.n = in.n;
+        OutputSize(*s.node, in.h, in.w, &out.h, &out.w);
         if (out.h < 1 || out.w < 1)
             throw std::runtime_error("an input of " + std::to_string(w) + " x " +
                                      std::to_string(h) + " is too small for the graph");

@@ -187,4 +187,96 @@ bool ReadOnnxGraph(const void* bytes, size_t size, OnnxGraph* graph, std::string
     return true;
 }
 
+namespace {
+
+// A step for a layer that writes a map of its own, checked against its inputs.
+bool AddStep(const OnnxNode& node, std::map<std::string, int>& mapOf, ChannelsLastPlan* plan,
+             std::string* why) {
+    PlannedStep s;
+    s.node = &node;
+    s.in[0] = mapOf.at(node.inputs[0]);
+    int channels = plan->channels[s.in[0]];
+    if (node.op == OnnxNode::Op::kConv) {
+        if (node.inChannels != channels) {
+            *why = "a convolution expects " + std::to_string(node.inChannels) +
+                   " channels, its input has " + std::to_string(channels);
+            return false;
+        }
+        channels = node.outChannels;
+    } else if (node.op == OnnxNode::Op::kAdd) {
+        s.in[1] = mapOf.at(node.inputs[1]);
+        if (plan->channels[s.in[1]] != channels) {
+            *why = "an addition of maps with different channel counts";
+            return false;
+        }
+    }
+    s.relu = node.op == OnnxNode::Op::kRelu;
+    s.out = static_cast<int>(plan->channels.size());
+    plan->channels.push_back(channels);
+    mapOf[node.output] = s.out;
+    plan->steps.push_back(s);
+    return true;
+}
+
+}  // namespace
+
+bool PlanChannelsLast(const OnnxGraph& graph, const std::vector<std::string>& outputs,
+                      ChannelsLastPlan* plan, std::string* why) {
+    using Op = OnnxNode::Op;
+    ChannelsLastPlan p;
+    p.channels = {graph.inputChannels};
+    std::map<std::string, int> mapOf = {{graph.input, 0}}, uses;
+    for (const auto& node : graph.nodes)
+        for (const auto& i : node.inputs) ++uses[i];
+    for (const auto& o : outputs) ++uses[o];
+    std::set<std::string> channelsLast;
+    std::map<int, int> stepMaking;  // map -> the step that writes it
+    for (const auto& node : graph.nodes) {
+        for (const auto& i : node.inputs) {
+            if (channelsLast.count(i)) {
+                *why = "a layer reads " + i + " after its transpose to channels-last";
+                return false;
+            }
+        }
+        const int in = mapOf.at(node.inputs[0]);
+        if (node.op == Op::kToChannelsLast) {
+            mapOf[node.output] = in;
+            channelsLast.insert(node.output);
+            continue;
+        }
+        if (node.op == Op::kRelu && uses[node.inputs[0]] == 1 && stepMaking.count(in)) {
+            PlannedStep& before = p.steps[stepMaking[in]];
+            if ((before.node->op == Op::kConv || before.node->op == Op::kAdd) && !before.relu) {
+                before.relu = true;
+                mapOf[node.output] = in;
+                continue;
+            }
+        }
+        if (!AddStep(node, mapOf, &p, why)) return false;
+        stepMaking[p.steps.back().out] = static_cast<int>(p.steps.size()) - 1;
+    }
+    for (const auto& o : outputs) {
+        if (!channelsLast.count(o)) {
+            *why = "output " + o + " is not transposed to channels-last";
+            return false;
+        }
+        p.outputs.push_back(mapOf.at(o));
+    }
+    *plan = std::move(p);
+    return true;
+}
+
+int SlideOutput(int size, int kernel, int stride, int padBefore, int padAfter) {
+    const int span = size + padBefore + padAfter - kernel;
+    return span < 0 ? 0 : span / stride + 1;
+}
+
+void OutputSize(const OnnxNode& node, int h, int w, int* outH, int* outW) {
+    *outH = h, *outW = w;
+    if (node.op == OnnxNode::Op::kConv || node.op == OnnxNode::Op::kMaxPool) {
+        *outH = SlideOutput(h, node.kernel[0], node.stride[0], node.pads[0], node.pads[2]);
+        *outW = SlideOutput(w, node.kernel[1], node.stride[1], node.pads[1], node.pads[3]);
+    }
+}
+
 }  // namespace scanref

@@ -41,4 +41,32 @@ struct OnnxGraph {
 // could not be used.
 bool ReadOnnxGraph(const void* bytes, size_t size, OnnxGraph* graph, std::string* why);
 
+// The graph laid out for an engine whose maps are all channels-last: map 0 is
+// the input and every step writes a map of its own. A ReLU whose input feeds
+// nothing else folds into the convolution or addition before it (`relu`), and
+// the final transposes cost nothing, since every map already is channels-last.
+struct PlannedStep {
+    const OnnxNode* node = nullptr;
+    int in[2] = {-1, -1};
+    int out = -1;
+    bool relu = false;
+};
+
+struct ChannelsLastPlan {
+    std::vector<int> channels;  // of each map
+    std::vector<PlannedStep> steps;
+    std::vector<int> outputs;  // the map of each output asked for, in that order
+};
+
+// Plans `graph` for the outputs named; fails when an output is not transposed
+// to channels-last, a layer reads a transposed map, or channel counts disagree.
+bool PlanChannelsLast(const OnnxGraph& graph, const std::vector<std::string>& outputs,
+                      ChannelsLastPlan* plan, std::string* why);
+
+// Output size of a window sliding over `size` pixels, as ONNX counts it.
+int SlideOutput(int size, int kernel, int stride, int padBefore, int padAfter);
+
+// The height and width of a node's output for an input of h x w.
+void OutputSize(const OnnxNode& node, int h, int w, int* outH, int* outW);
+
 }  // namespace scanref

@@ -16,8 +16,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <map>
-#include <set>
 
 #include "engine.h"
 #include "onnx_graph.h"
@@ -34,12 +32,10 @@ struct Map {
     std::vector<float> data;
 };
 
-struct Step {
-    Op op = Op::kConv;
-    const OnnxNode* node = nullptr;
-    int in[2] = {-1, -1};
-    int out = -1;
-    bool relu = false;
+// A planned step and what the engine makes for it.
+struct Step : PlannedStep {
+    explicit Step(const PlannedStep& p) : PlannedStep(p), op(p.node->op) {}
+    Op op;
     xnn_operator_t x = nullptr;
 };
 
@@ -61,7 +57,6 @@ class XnnpackEngine : public Engine {
 
   private:
     bool Plan(const ModelHeader& header, std::string* why);
-    bool AddStep(const OnnxNode& node, std::map<std::string, int>& mapOf, std::string* why);
     void FoldPatches();
     bool Create(Step& s, std::string* why);
     bool Setup(int n, int h, int w, bool allocate, std::string* why);
@@ -79,77 +74,15 @@ class XnnpackEngine : public Engine {
     int roomN_ = 0, roomH_ = 0, roomW_ = 0;  // largest shape the buffers hold
 };
 
-// Assigns every value of the graph a map, folding ReLUs and transposes away.
-// A step for a layer that writes a map of its own, checked against its inputs.
-bool XnnpackEngine::AddStep(const OnnxNode& node, std::map<std::string, int>& mapOf,
-                            std::string* why) {
-    Step s;
-    s.op = node.op;
-    s.node = &node;
-    s.in[0] = mapOf.at(node.inputs[0]);
-    int channels = maps_[s.in[0]].channels;
-    if (node.op == Op::kConv) {
-        if (node.inChannels != channels) {
-            *why = "a convolution expects " + std::to_string(node.inChannels) +
-                   " channels, its input has " + std::to_string(channels);
-            return false;
-        }
-        channels = node.outChannels;
-    } else if (node.op == Op::kAdd) {
-        s.in[1] = mapOf.at(node.inputs[1]);
-        if (maps_[s.in[1]].channels != channels) {
-            *why = "an addition of maps with different channel counts";
-            return false;
-        }
-    } else if (node.op == Op::kRelu) {
-        s.relu = true;
-    }
-    s.out = static_cast<int>(maps_.size());
-    maps_.push_back(Map(channels));
-    mapOf[node.output] = s.out;
-    steps_.push_back(s);
-    return true;
-}
-
+// Every value of the graph gets a map; ReLUs and transposes fold away.
 bool XnnpackEngine::Plan(const ModelHeader& header, std::string* why) {
-    std::map<std::string, int> mapOf = {{graph_.input, 0}};
-    std::map<std::string, int> uses;
-    for (const auto& node : graph_.nodes)
-        for (const auto& i : node.inputs) ++uses[i];
-    for (const auto& o : header.outputs) ++uses[o.name];
-    std::set<std::string> channelsLast;
-    std::map<int, int> stepMaking;  // map -> the step that writes it
-    maps_.assign(1, Map(graph_.inputChannels));
-
-    for (const auto& node : graph_.nodes) {
-        for (const auto& i : node.inputs) {
-            if (channelsLast.count(i)) {
-                *why = "a layer reads " + i + " after its transpose to channels-last";
-                return false;
-            }
-        }
-        const int in = mapOf.at(node.inputs[0]);
-        if (node.op == Op::kToChannelsLast) {
-            mapOf[node.output] = in;
-            channelsLast.insert(node.output);
-            continue;
-        }
-        if (node.op == Op::kRelu && uses[node.inputs[0]] == 1 && stepMaking.count(in) &&
-            !steps_[stepMaking[in]].relu) {
-            steps_[stepMaking[in]].relu = true;
-            mapOf[node.output] = in;
-            continue;
-        }
-        if (!AddStep(node, mapOf, why)) return false;
-        stepMaking[steps_.back().out] = static_cast<int>(steps_.size()) - 1;
-    }
-    for (const auto& o : header.outputs) {
-        if (!channelsLast.count(o.name)) {
-            *why = "output " + o.name + " is not transposed to channels-last";
-            return false;
-        }
-        outputs_.push_back(mapOf.at(o.name));
-    }
+    std::vector<std::string> names;
+    for (const auto& o : header.outputs) names.push_back(o.name);
+    ChannelsLastPlan plan;
+    if (!PlanChannelsLast(graph_, names, &plan, why)) return false;
+    for (int c : plan.channels) maps_.emplace_back(c);
+    for (const auto& p : plan.steps) steps_.emplace_back(p);
+    outputs_ = plan.outputs;
     FoldPatches();
     return true;
 }
@@ -241,12 +174,6 @@ bool XnnpackEngine::Build(const ModelHeader& header, OnnxGraph graph, int thread
     return true;
 }
 
-// Output size of a window sliding over `size` pixels, as ONNX and XNNPACK count it.
-int Slide(int size, int kernel, int stride, int padBefore, int padAfter) {
-    const int span = size + padBefore + padAfter - kernel;
-    return span < 0 ? 0 : span / stride + 1;
-}
-
 // Room for a map, and the bytes past its end that XNNPACK's kernels may read.
 size_t Floats(int n, int h, int w, int c) {
     return static_cast<size_t>(n) * h * w * c + XNN_EXTRA_BYTES / sizeof(float);
@@ -254,18 +181,14 @@ size_t Floats(int n, int h, int w, int c) {
 
 bool XnnpackEngine::Setup(int n, int h, int w, bool allocate, std::string* why) {
     maps_[0].n = n;
-    maps_[0].h = Slide(h, patch_[0], patch_[0], 0, 0);
-    maps_[0].w = Slide(w, patch_[1], patch_[1], 0, 0);
+    maps_[0].h = SlideOutput(h, patch_[0], patch_[0], 0, 0);
+    maps_[0].w = SlideOutput(w, patch_[1], patch_[1], 0, 0);
     if (allocate) maps_[0].data.resize(Floats(n, maps_[0].h, maps_[0].w, maps_[0].channels));
     for (auto& s : steps_) {
         Map& in = maps_[s.in[0]];
         Map& out = maps_[s.out];
-        out.n = in.n, out.h = in.h, out.w = in.w;
-        const OnnxNode& node = *s.node;
-        if (s.op == Op::kConv || s.op == Op::kMaxPool) {
-            out.h = Slide(in.h, node.kernel[0], node.stride[0], node.pads[0], node.pads[2]);
-            out.w = Slide(in.w, node.kernel[1], node.stride[1], node.pads[1], node.pads[3]);
-        }
+        out.n = in.n;
+        OutputSize(*s.node, in.h, in.w, &out.h, &out.w);
         if (in.h < 1 || in.w < 1 || out.h < 1 || out.w < 1) {
             *why = "an input of " + std::to_string(w) + " x " + std::to_string(h) +
                    " is too small for the graph";
@@ -294,8 +217,8 @@ bool XnnpackEngine::Setup(int n, int h, int w, bool allocate, std::string* why) 
                                           pool_.get());
         }
         if (status != xnn_status_success) {
-            *why =
-                "XNNPACK cannot set up " + node.output + " (status " + std::to_string(status) + ")";
+            *why = "XNNPACK cannot set up " + s.node->output + " (status " +
+                   std::to_string(status) + ")";
             return false;
         }
     }
