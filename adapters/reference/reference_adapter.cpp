@@ -93,9 +93,9 @@ struct Tensor {
 };
 
 // uint8 NHWC -> the graph's uint8 NCHW input, one image at a time, written
-// straight into the blob's planes: the channels split, or their luma. dnn's
-// input layer scales to float by 1/255 as it reads the blob, so what setInput
-// copies is a quarter of a float blob.
+// straight into the blob's planes: the channels split, or their luma. The
+// engine scales to float by 1/255 as it reads the blob, so the blob is a
+// quarter of a float one.
 void ToBlob(Tensor& in) {
     const int n = in.dims[0], h = in.dims[1], w = in.dims[2], c = in.dims[3];
     for (int i = 0; i < n; ++i) {
