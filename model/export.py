@@ -12,6 +12,7 @@ import argparse
 import io
 import struct
 
+import onnx
 import torch
 
 from model import layout
@@ -85,7 +86,23 @@ def onnx_bytes(model):
         opset_version=11,
         do_constant_folding=True,
     )
-    return f.getvalue()
+    return _without_shared_weights(f.getvalue())
+
+
+def _without_shared_weights(data):
+    """The exporter keeps one copy of equal weight tensors (folded biases of layers
+    that have not trained apart, such as blocks a grown network starts as identity)
+    and reads the others through Identity nodes, which OpenCV's dnn cannot load.
+    Each such node becomes a copy of the tensor under its output's name."""
+    graph = onnx.load_from_string(data)
+    weights = {w.name: w for w in graph.graph.initializer}
+    for node in [n for n in graph.graph.node if n.op_type == "Identity" and n.input[0] in weights]:
+        copy = onnx.TensorProto()
+        copy.CopyFrom(weights[node.input[0]])
+        copy.name = node.output[0]
+        graph.graph.initializer.append(copy)
+        graph.graph.node.remove(node)
+    return graph.SerializeToString()
 
 
 def lower_scores(model, shifts):
@@ -119,8 +136,7 @@ def main():
         help="per trained head (strides 8 to 64), lower its score logits by this much",
     )
     args = ap.parse_args()
-    model = netmod.QRDet()
-    model.load_state_dict(torch.load(args.ckpt)["model"])
+    model = netmod.from_state(torch.load(args.ckpt, map_location="cpu", weights_only=False))
     model.eval()
     lower_scores(model, [float(v) for v in args.score_shift.split(",")])
     export(model, args.out)

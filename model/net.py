@@ -36,6 +36,14 @@ def fake_quant(y, zp, scale):
     return yc + ((q + zp) * scale - yc).detach()
 
 
+def from_state(state):
+    """The network a saved training state holds, with its weights (a state saved
+    before the depths were a run setting has the default ones)."""
+    model = QRDet(depths=tuple(state["args"].get("depths", DEPTHS)))
+    model.load_state_dict(state["model"])
+    return model
+
+
 def conv_bn(cin, cout, k=3, s=1, groups=1):
     return nn.Sequential(
         nn.Conv2d(cin, cout, k, s, k // 2, groups=groups, bias=False), nn.BatchNorm2d(cout), nn.ReLU(inplace=True)
@@ -108,6 +116,24 @@ class QRDet(nn.Module):
                 h.out.bias.zero_()
                 h.out.bias[:4] = d
                 h.out.bias[4] = -4.6
+
+    def load_grown(self, state_dict):
+        """Loads the weights of a network with as many or fewer blocks per stage.
+        Each block it lacks is a residual block whose last batch norm starts at
+        zero scale, so it passes its input through unchanged (the input is a ReLU's,
+        never negative) and the grown network computes exactly what the smaller
+        one did until training moves it."""
+        missing, unexpected = self.load_state_dict(state_dict, strict=False)
+        grown = {k.rsplit(".", 3)[0] for k in missing}  # stages.<stage>.<block>
+        if unexpected or any(not k.startswith("stages.") for k in grown):
+            raise ValueError(f"not a smaller network of the same kind: {sorted(unexpected or missing)[:4]}")
+        with torch.no_grad():
+            for name in grown:
+                _, i, j = name.split(".")
+                block = self.stages[int(i)][int(j)]
+                if not block.res:
+                    raise ValueError(f"{name} changes the shape and cannot start as identity")
+                block.pw[1].weight.zero_()
 
     def forward(self, x):
         x = self.stem(x)

@@ -225,6 +225,33 @@ class LayoutTest(unittest.TestCase):
         self.assertEqual(run.stdout.strip(), "[]")
 
 
+class GrowTest(unittest.TestCase):
+    def test_a_network_grown_by_blocks_computes_what_the_smaller_one_did(self):
+        torch.manual_seed(0)
+        small = netmod.QRDet()
+        with torch.no_grad():  # batch norms away from their identity start
+            for m in small.modules():
+                if isinstance(m, torch.nn.BatchNorm2d):
+                    m.weight.uniform_(0.5, 1.5), m.bias.uniform_(-0.2, 0.2), m.running_var.uniform_(0.5, 2.0)
+        depths = tuple(d + (i == 3) * 2 for i, d in enumerate(netmod.DEPTHS))
+        grown = netmod.QRDet(depths=depths)
+        grown.load_grown(small.state_dict())
+        x = torch.rand(1, 1, 256, 256)
+        with torch.no_grad():
+            for a, b in zip(small.eval().quantized(x), grown.eval().quantized(x)):
+                self.assertTrue(torch.equal(a, b))
+
+    def test_only_a_smaller_network_of_the_same_kind_grows(self):
+        full = netmod.QRDet().state_dict()
+        cases = {
+            "a larger network": netmod.QRDet(depths=tuple(d + 1 for d in netmod.DEPTHS)).state_dict(),
+            "a network without a head": {k: v for k, v in full.items() if not k.startswith("heads.0.")},
+        }
+        for what, weights in cases.items():
+            with self.subTest(what), self.assertRaises(ValueError):
+                netmod.QRDet().load_grown(weights)
+
+
 class ResumeTest(unittest.TestCase):
     def test_a_resumed_run_ends_with_the_weights_of_an_uninterrupted_one(self):
         with tempfile.TemporaryDirectory() as tmp:

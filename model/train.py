@@ -337,6 +337,7 @@ RUN_ARGS = (
     "grids",
     "neg_weight",
     "overshoot",
+    "depths",
     "rate",
     "window",
     "first_frames",
@@ -368,6 +369,12 @@ def main(argv=None):
         "--big-codes", type=float, default=0.0, help="share of single codes of versions 1-4 at 150 px and up"
     )
     ap.add_argument("--grids", type=float, default=0.0, help="share of frames with codes that hold a tight code grid")
+    ap.add_argument(
+        "--depths",
+        type=lambda v: tuple(int(x) for x in v.split(",")),
+        default=netmod.DEPTHS,
+        help="blocks per stage (strides 8 to 64); blocks --init's network lacks start as identity",
+    )
     ap.add_argument("--neg-weight", type=float, default=2.0, help="weight of the score loss on non-positive cells")
     ap.add_argument(
         "--overshoot", type=float, default=0.0, help="score cost of a box edge outside the code's, per code size"
@@ -394,11 +401,11 @@ def main(argv=None):
         for k in RUN_ARGS:  # a run saved before a setting existed ran at its default
             setattr(args, k, state["args"].get(k, ap.get_default(k)))
     torch.manual_seed(args.seed)
-    model = netmod.QRDet()
+    model = netmod.QRDet(depths=tuple(args.depths))
     rng = np.random.default_rng(args.seed)
     step = 0
     if args.init:
-        model.load_state_dict(torch.load(args.init, map_location="cpu", weights_only=False)["model"])
+        model.load_grown(torch.load(args.init, map_location="cpu", weights_only=False)["model"])
     if state:
         model.load_state_dict(state["model"])
         rng.bit_generator.state = state["rng"]

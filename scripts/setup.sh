@@ -21,7 +21,7 @@ arm64=(g++-aarch64-linux-gnu qemu-user libopencv-core-dev:arm64 libopencv-imgpro
        libgtest-dev:arm64 libgmock-dev:arm64 libyuv-dev:arm64 libqrencode-dev:arm64
        libzxing-dev:arm64 libjpeg62-turbo-dev:arm64)
 # MATE's and UKUI's wallpapers are the natural photos training composites codes onto.
-train=(python3-torch python3-opencv python3-numpy python3-segno mate-backgrounds ukui-wallpapers)
+train=(python3-torch python3-opencv python3-numpy python3-segno python3-onnx mate-backgrounds ukui-wallpapers)
 fuzz=(clang-14 libclang-rt-14-dev valgrind)
 
 want=("${build[@]}")
