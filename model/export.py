@@ -24,6 +24,13 @@ NAME_LEN = 16
 # What the graph's input is made of, from the library's uint8 H x W x C tensor.
 INPUT_PLANES = 0  # its channels, as they are
 INPUT_LUMA = 1  # one channel: OpenCV's 8-bit RGB-to-grey conversion of it
+# The adapter runs the graph on the picture's rows and columns and one step more,
+# rounded up to the step, and gives the cells it skips the lowest code. A step of
+# the coarsest trained head's stride keeps every head that can fire on whole
+# cells; the constant stride-128 head's skipped cells hold the code it would give
+# anyway. Against a step of 128 it runs 448 rows of a 16:9 frame instead of 512,
+# for the same boxes.
+CROP_STEP = layout.STRIDES[layout.TRAINED_HEADS - 1]
 
 
 def pack(onnx_bytes, input_name, outputs, input_form=INPUT_PLANES, crop_step=0):
@@ -119,7 +126,7 @@ def export(model, out):
         layout.INPUT_NAME,
         [(h.name, h.scale, h.zero_point) for h in layout.HEADS],
         INPUT_LUMA,
-        max(layout.STRIDES),
+        CROP_STEP,
     )
     with open(out, "wb") as fh:
         fh.write(data)

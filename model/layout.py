@@ -50,6 +50,9 @@ STRIDES = [h.stride for h in HEADS]
 # (zero point, scale) per output, in output order
 OUTPUT_QUANT = [(h.zero_point, h.scale) for h in HEADS]
 GRIDS = [INPUT_SIDE // s for s in STRIDES]
+# The heads the network is trained to answer with, finest first; the stride-128
+# head after them is a constant at its lowest code and never fires.
+TRAINED_HEADS = 4
 OUTPUT_VALUES = sum(g * g * VALUES_PER_CELL for g in GRIDS)
 
 

@@ -35,7 +35,7 @@ from model import qrdata
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 # The trained heads' maps (strides 8 to 64); the stride-128 head is a constant (net.Deployed).
-GRIDS = layout.GRIDS[:4]
+GRIDS = layout.GRIDS[: layout.TRAINED_HEADS]
 # Sizes (larger box side, input pixels) each head answers for. Neighbouring ranges
 # overlap, so a code near a boundary is a positive in both heads and the better box
 # wins the library's suppression. Upper ends stay within what a cell sees of the

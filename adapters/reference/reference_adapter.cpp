@@ -13,8 +13,9 @@
 //
 // A model whose header gives a crop step runs on the part of the letterboxed
 // input that holds the picture and one step more, rounded up to that step (a
-// 16:9 frame fills 360 of 640 rows: 512 are run); its cells over the rest get
-// code 0, the lowest score, which is what they say about black padding anyway.
+// 16:9 frame fills 360 of 640 rows: at a step of 64, 448 are run); its cells
+// over the rest get code 0, the lowest score, which is what they say about
+// black padding anyway.
 //
 // Every failure returns a null handle or a non-zero status and prints one line
 // to stderr; nothing throws across this boundary.
