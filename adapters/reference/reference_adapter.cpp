@@ -112,8 +112,10 @@ void ToBlob(Tensor& in) {
     }
 }
 
-// The blob, or for a model with a crop step the picture's part of it copied
-// into the tensor's crop buffer (a view of that buffer is returned).
+// The blob, or for a model with a crop step the picture's part of it: a view
+// of the blob's first rows when they are all of it (one plane, whole rows, as
+// for a luma input of a landscape frame), otherwise copied into the tensor's
+// crop buffer (a view of that buffer is returned).
 cv::Mat PictureInput(const Manager& m, Tensor& in) {
     const int step = static_cast<int>(m.header.cropStep);
     const int n = in.blob.size[0], c = in.blob.size[1], h = in.blob.size[2], w = in.blob.size[3];
@@ -121,6 +123,7 @@ cv::Mat PictureInput(const Manager& m, Tensor& in) {
     const cv::Size e = scanref::PictureExtent(in.blob.ptr<uint8_t>(), n * c, h, w, step);
     if (e.width == w && e.height == h) return in.blob;
     const int dims[4] = {n, c, e.height, e.width};
+    if (n * c == 1 && e.width == w) return cv::Mat(4, dims, CV_8U, in.blob.data);
     cv::Mat part(4, dims, CV_8U, in.crop.data());
     for (int i = 0; i < n; ++i) {
         for (int k = 0; k < c; ++k) {
