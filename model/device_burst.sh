@@ -14,7 +14,7 @@
 #
 # The burst goes on with the run model/ckpt/train_state.pt belongs to when that run
 # is unfinished, and otherwise begins the next run from its weights (the settings
-# below, run 7). Frames are rendered by 16 workers; training stops after MINUTES
+# below, run 8). Frames are rendered by 16 workers; training stops after MINUTES
 # (or at a SIGTERM a minute later) and saves its state, with the log, into $OUT:
 # 7.5 minutes leave the whole command under 9 with the start-up and the margin.
 # WORKERS, THREADS and PY override the worker count, the trainer's CPU threads and
@@ -70,10 +70,9 @@ torch.cuda.is_available(), 'opencv', cv2.__version__, 'numpy', numpy.__version__
 if "$py" -c "import sys, torch; s = torch.load('$start', map_location='cpu', weights_only=False); sys.exit(s['step'] >= s['args']['total_steps'])"; then
   run=(--resume "$start")
 else
-  # run 7: run 5's weights, two more blocks at stride 64 for codes that fill the
-  # frame, more hard negatives and large codes, false boxes weighed more
-  run=(--init "$start" --seed 7 --depths 3,3,2,4 --total-steps 14000 --batch 32 --rate 1 --window 1000
-    --first-frames 500 --lr 3e-4 --no-code-share 0.4 --backgrounds "0.3,0.4,0.18" --hard-negatives 0.4
+  # run 8: run 7's network and data once more, on new frames and at a lower peak
+  run=(--init "$start" --seed 8 --depths 3,3,2,4 --total-steps 14000 --batch 32 --rate 1 --window 1000
+    --first-frames 500 --lr 2e-4 --no-code-share 0.4 --backgrounds "0.3,0.4,0.18" --hard-negatives 0.4
     --big-codes 0.3 --grids 0.15 --neg-weight 3)
 fi
 echo "device_burst: ${run[*]}, $minutes min" | tee -a "$log"
