@@ -1,5 +1,6 @@
 // Pictures in, NV21 frames out, and back. Every OpenCV call here may meet a
 // user's file or array, so its exceptions become Errors with a reason.
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -26,6 +27,16 @@ std::string DecodeFailure(const cv::Exception& e) {
                e.err + ")";
     }
     return "picture could not be decoded (" + e.err + ")";
+}
+
+// A DICOM file: "DICM" after a 128-byte preamble. OpenCV hands such bytes to
+// its DICOM library, which aborts the process (a failed assert, not an
+// exception) on a truncated file, so they never reach it: no camera picture
+// is one.
+bool IsDicom(const std::vector<uint8_t>& bytes) {
+    static const char kMagic[] = {'D', 'I', 'C', 'M'};
+    return bytes.size() >= 128 + sizeof kMagic &&
+           std::equal(std::begin(kMagic), std::end(kMagic), bytes.begin() + 128);
 }
 
 }  // namespace
@@ -82,6 +93,7 @@ cv::Mat Nv21ToBgr(const uint8_t* nv21, int width, int height) {
 
 cv::Mat DecodePicture(const std::vector<uint8_t>& bytes) {
     if (bytes.empty()) throw Error("empty file");
+    if (IsDicom(bytes)) throw Error("a DICOM file, which is not read here");
     cv::Mat bgr;
     try {
         bgr = cv::imdecode(bytes, cv::IMREAD_COLOR);

@@ -158,6 +158,16 @@ TEST(Scanner, BadInputIsAnError) {
          },
          "not a picture that can be decoded"},
         {[&] { scancode::ReadPicture("/no/such.png"); }, "cannot read"},
+        // A truncated DICOM file: a fuzzer found that OpenCV's DICOM reader
+        // aborts the process on it.
+        {[&] {
+             std::vector<uint8_t> dicom(138, 0xff);
+             std::fill_n(dicom.begin(), 128, 0xd4);
+             std::copy_n("?\?/://", 6, dicom.begin());
+             std::copy_n("DICM", 4, dicom.begin() + 128);
+             scancode::DecodePicture(dicom);
+         },
+         "a DICOM file"},
     };
     for (const auto& [call, part] : cases) {
         const std::string got = message(call);
