@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 
-#include <opencv2/imgcodecs.hpp>
-
 #include "frame_source.h"
 #include "match.h"
+#include "scancode/scanner.h"
 
 Detections Detectors::Run(const cv::Mat& bgr, bool peers) {
     Frame frame;
@@ -131,9 +130,9 @@ void CheckDecode(const Detections& d, const cv::Rect2f& truth, const std::string
 
 cv::Mat ReadPicture(const std::string& path) {
     try {
-        return cv::imread(path, cv::IMREAD_COLOR);
-    } catch (const cv::Exception& e) {
-        fprintf(stderr, "warning: %s left out: %s\n", path.c_str(), e.err.c_str());
+        return scancode::ReadPicture(path);
+    } catch (const scancode::Error& e) {
+        fprintf(stderr, "warning: %s left out: %s\n", path.c_str(), e.what());
         return {};
     }
 }

@@ -121,9 +121,9 @@ std::vector<CodeRecord> Score(const Detections& d, const std::vector<cv::Rect2f>
 void CheckDecode(const Detections& d, const cv::Rect2f& truth, const std::string& bytes,
                  const std::string& text, DecodeTally& tally);
 
-// A picture the evaluation was pointed at, as BGR; empty, with a warning
-// naming it, when it cannot be decoded (the decoder refuses, say, a picture
-// whose header claims too many pixels).
+// A picture the evaluation was pointed at, as BGR, read as the scanner reads
+// a user's picture; empty, with a warning naming it and why, when it cannot be
+// read or decoded.
 cv::Mat ReadPicture(const std::string& path);
 
 // The evaluation's pictures: desks and natural pictures to render on.
