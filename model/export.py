@@ -30,7 +30,7 @@ INPUT_LUMA = 1  # one channel: OpenCV's 8-bit RGB-to-grey conversion of it
 # cells; the constant stride-128 head's skipped cells hold the code it would give
 # anyway. Against a step of 128 it runs 448 rows of a 16:9 frame instead of 512,
 # for the same boxes.
-CROP_STEP = layout.STRIDES[layout.TRAINED_HEADS - 1]
+CROP_STEP = layout.COARSEST_TRAINED_STRIDE
 
 
 def pack(onnx_bytes, input_name, outputs, input_form=INPUT_PLANES, crop_step=0):

@@ -53,6 +53,7 @@ GRIDS = [INPUT_SIDE // s for s in STRIDES]
 # The heads the network is trained to answer with, finest first; the stride-128
 # head after them is a constant at its lowest code and never fires.
 TRAINED_HEADS = 4
+COARSEST_TRAINED_STRIDE = STRIDES[TRAINED_HEADS - 1]
 OUTPUT_VALUES = sum(g * g * VALUES_PER_CELL for g in GRIDS)
 
 

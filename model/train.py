@@ -185,7 +185,7 @@ class FrameStream:
 
 
 # windows start on the coarsest trained grid so every head's cells stay aligned
-CROP_STEP = layout.STRIDES[len(GRIDS) - 1]
+CROP_STEP = layout.COARSEST_TRAINED_STRIDE
 
 
 def crop_item(img, tg, crop, rng):
